@@ -1,0 +1,56 @@
+// Starts commands, restarts those that quit, and ends them all when asked to.
+#ifndef SUPERVISOR_SUPERVISOR_H
+#define SUPERVISOR_SUPERVISOR_H
+
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "Job.h"
+#include "oxu/ProcessMonitor.h"
+
+namespace supervisor {
+
+// Used from the main thread. Launching and killing must not happen at the same time, so quit
+// callbacks, which come on the monitor's thread, only tell the main thread which job has quit.
+class Supervisor {
+ public:
+  explicit Supervisor(int restarts) : m_restarts(restarts) {}
+
+  void add(const std::string& name, const std::string& command) {
+    m_jobs.emplace_back(name, command);
+  }
+
+  // Returns when no job is alive any more, which happens soon after stopRequested() has become
+  // true.
+  void run(const std::function<bool()>& stopRequested);
+
+  void printSummary() const;
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  void start(Job& job);
+  void handleQuit(Job& job);
+  void killAll();
+  void killThoseLeft();
+  Job* nextQuit();
+  std::vector<int> alivePids() const;
+
+  int m_restarts;
+  bool m_stopping = false;
+  Clock::time_point m_deadline;  // for the killed commands to be gone
+  std::deque<Job> m_jobs;        // a deque: the jobs stay at their addresses
+  std::mutex m_mutex;
+  std::condition_variable m_wake_up;
+  std::deque<Job*> m_quits;  // guarded by m_mutex
+  oxu::ProcessMonitor m_monitor;
+};
+
+}  // namespace supervisor
+
+#endif

@@ -1,0 +1,86 @@
+// supervisor: runs commands side by side, prints what they write, and restarts those that quit.
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <set>
+#include <string>
+#include <thread>
+
+#include "Supervisor.h"
+#include "oxu/CApi.h"
+
+namespace {
+
+constexpr int kExitUsage = 2;
+
+std::atomic<bool> stopSignalled{false};
+
+void handleStopSignal(int /*signal*/) { stopSignalled = true; }
+
+int usage(const char* program, const std::string& fault) {
+  std::fprintf(stderr,
+               "%s: %s\n"
+               "usage: %s [--restart N] NAME=COMMAND...\n"
+               "  Runs each COMMAND with bash and prints its output line by line.\n"
+               "  --restart N  start a command again when it quits, at most N times (0)\n"
+               "Ctrl-C, or SIGTERM, kills all of them.\n",
+               program, fault.c_str(), program);
+  return kExitUsage;
+}
+
+bool parseCount(const char* text, int& count) {
+  char* end = nullptr;
+  const long value = std::strtol(text, &end, 10);
+  if (end == text || *end != '\0' || value < 0 || value > 1000000) return false;
+  count = static_cast<int>(value);
+  return true;
+}
+
+void catchStopSignals() {
+  struct sigaction action {};
+  action.sa_handler = handleStopSignal;
+  ::sigaction(SIGINT, &action, nullptr);
+  ::sigaction(SIGTERM, &action, nullptr);
+}
+
+// The logger discards what it has not printed when it is uninstalled.
+void letTheLoggerFinish() { std::this_thread::sleep_for(std::chrono::milliseconds(100)); }
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  int first = 1;
+  int restarts = 0;
+  if (argc > first && std::strcmp(argv[first], "--restart") == 0) {
+    if (argc < 3 || !parseCount(argv[2], restarts))
+      return usage(argv[0], "--restart takes a count");
+    first = 3;
+  }
+  if (first == argc) return usage(argv[0], "no command given");
+
+  install_log_task();
+  catchStopSignals();
+  {
+    supervisor::Supervisor supervisor(restarts);
+    std::set<std::string> names;
+    for (int i = first; i < argc; ++i) {
+      const std::string argument = argv[i];
+      const std::size_t equals = argument.find('=');
+      const std::string name = argument.substr(0, equals);
+      if (equals == std::string::npos || name.empty() || name.size() > 64) {
+        return usage(argv[0], "'" + argument + "' is not NAME=COMMAND");
+      }
+      if (!names.insert(name).second)
+        return usage(argv[0], "two commands are called '" + name + "'");
+      supervisor.add(name, argument.substr(equals + 1));
+    }
+    supervisor.run([] { return stopSignalled.exchange(false); });
+    letTheLoggerFinish();
+    supervisor.printSummary();
+  }
+  uninstall_log_task();
+  return 0;
+}

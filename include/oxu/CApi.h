@@ -1,0 +1,71 @@
+/**
+ * The C functions of libOxuTool: the console logger and the caller's process id.
+ *
+ * The logger prints on standard output, from one thread of its own, one line a record:
+ *
+ *     TAG [YYYY-MM-DD hh:mm:ss.mmm]  MESSAGE
+ *
+ * with the tag coloured by level and the time of the push_log call in the local time zone. It holds
+ * up to 127 records that wait for the console; a record that finds no room is refused, never waited
+ * for.
+ *
+ * | state of the logger | install_log_task | push_log                    | get_log_level |
+ * set_log_level | uninstall_log_task |
+ * |---------------------|------------------|-----------------------------|---------------|---------------|--------------------|
+ * | not installed       | starts it        | false                       | 2             | no
+ * effect     | no effect          | | installed           | no effect        | true, or false when
+ * refused | the level     | stores it     | stops it           |
+ *
+ * Threads: push_log, set_log_level and get_log_level may be called from any thread at any time
+ * while the logger is installed; they take no lock. None of them may be called from a signal
+ * handler. install_log_task and uninstall_log_task are called from one thread while no other thread
+ * logs; the threads of StartProcess and ProcessMonitor objects log, so such objects end before the
+ * logger does. A forked child has no printing thread: what it pushes is never printed.
+ */
+#ifndef OXU_CAPI_H
+#define OXU_CAPI_H
+
+#include "oxu/Export.h"
+#ifdef __cplusplus
+#include "oxu/LogLevel.h"
+extern "C" {
+#else
+#include <stdbool.h>
+#endif
+
+/** Starts the logger and its thread, with level 2 (INFO). */
+OXU_EXPORT void install_log_task(void);
+
+/**
+ * Stops the logger. Returns once the record that is being printed is out; records that still wait
+ * are discarded.
+ */
+OXU_EXPORT void uninstall_log_task(void);
+
+/**
+ * Stores the level that get_log_level reports. It filters nothing: records of every level are
+ * printed, and a host that wants to filter compares with get_log_level before it calls push_log.
+ */
+OXU_EXPORT void set_log_level(int level);
+
+/** The stored level; 2 (INFO) while no logger is installed. */
+OXU_EXPORT int get_log_level(void);
+
+/**
+ * Formats one record as printf does and queues it. `level` is 0 TEST, 1 DEBUG, 2 INFO, 3 WARNING or
+ * 4 ERROR; any other value is printed with an empty tag. The line feed is added by the logger.
+ *
+ * Returns true when the record was queued. Returns false, having printed nothing, when the message
+ * has 1023 bytes or more or cannot be formatted, when no logger is installed, and when 127 records
+ * wait.
+ */
+OXU_EXPORT bool push_log(int level, const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+/** The process id of the calling process (not of any child). */
+OXU_EXPORT int getPid(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,104 @@
+/// Watches processes by name and calls a quit callback for each one that has gone.
+///
+/// | call                  | name not in the table | name in the table |
+/// |-----------------------|-----------------------|-------------------------------------------------|
+/// | addProcess            | adds the entry        | replaces it | | updateProcess         | adds
+/// the entry        | watches the new pid; own pid and callback stay  | | the process has gone  |
+/// | removes the entry, then calls its quit callback | | ~ProcessMonitor       | | drops it,
+/// without a call                        |
+///
+/// Two kinds of entries. Where both pids of a ProcessInfo are the same, the process is a child of
+/// the host, and the monitor reaps it; a child that is stopped by a signal counts as gone. After
+/// updateProcess (or setPid) has made them differ, the process is any other one, looked up in
+/// /proc; when it has gone, the entry's own pid is reaped.
+///
+/// Threads: addProcess and updateProcess may be called from any thread. Quit callbacks run one at a
+/// time on the monitor's thread, at most about 200 milliseconds after the process ended. A callback
+/// may call addProcess and updateProcess, to register its own name again as well. It must not
+/// throw, not destroy the monitor, and not wait for a thread that calls the monitor, since it runs
+/// with the monitor's mutex held.
+#ifndef OXU_PROCESSMONITOR_H
+#define OXU_PROCESSMONITOR_H
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "oxu/Export.h"
+#include "oxu/Mutex.h"
+
+namespace oxu {
+
+/// What the monitor knows of a process. A plain value; not for use by several threads at once.
+class OXU_EXPORT ProcessInfo {
+ public:
+  /// Process id 0 and no callback.
+  ProcessInfo();
+
+  /// A child of the host. The callback's result is logged; an empty callback counts as one that
+  /// returns 0.
+  ProcessInfo(int pid, const std::function<int()>& quitCallback);
+
+  ~ProcessInfo();
+  ProcessInfo(const ProcessInfo&) = default;
+  ProcessInfo& operator=(const ProcessInfo&) = default;
+
+  /// Sets the host's child alone, not the process that is watched.
+  void setPid(int pid);
+
+  void setQuitCallback(const std::function<int()>& quitCallback);
+
+  /// Takes over the watched process of `other`, and nothing else.
+  void updateProcessInfo(const ProcessInfo& other);
+
+ private:
+  friend class ProcessMonitor;
+
+  int m_pid;
+  int m_current_pid;
+  std::function<int()> m_quit_callback;
+};
+
+class OXU_EXPORT ProcessMonitor {
+ public:
+  /// Starts the monitor's thread.
+  ProcessMonitor();
+
+  /// Waits for the thread: at most about 200 milliseconds and a running callback.
+  ~ProcessMonitor();
+
+  ProcessMonitor(const ProcessMonitor&) = delete;
+  ProcessMonitor& operator=(const ProcessMonitor&) = delete;
+
+  void addProcess(const std::string& name, const ProcessInfo& info);
+  void updateProcess(const std::string& name, const ProcessInfo& info);
+
+  /// True when the child has ended or stopped, and was collected; never waits. Failures are logged.
+  bool waitProcess(const int& pid);
+
+  /// True when the process exists, be it as a zombie, and when that cannot be found out.
+  bool isProcessExist(const int& pid);
+
+ private:
+  struct Snapshot;
+
+  static void* watcherLoop(void* monitor);
+  void refresh(Snapshot& snapshot);
+  void checkChild(const std::string& name, const ProcessInfo& info);
+  void checkOtherProcess(const std::string& name, const ProcessInfo& info);
+  void reapListed(const Snapshot& snapshot);
+
+  std::unordered_map<std::string, ProcessInfo> m_processes;
+  std::vector<int> m_reap_pids;
+  OS::TRecursiveMutex m_mutex;
+  std::uint64_t m_watcher_thread;
+  std::atomic<bool> m_running;
+  std::atomic<bool> m_changed;
+};
+
+}  // namespace oxu
+
+#endif

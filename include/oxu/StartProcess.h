@@ -1,0 +1,119 @@
+/// Launches a shell command line as a child in a process group of its own, captures what it writes,
+/// and kills process groups.
+///
+/// | state      | reached by                          | pid() | isRunning() | destructor |
+/// |------------|-------------------------------------|-------|-------------|------------------------|
+/// | idle       | default construction, failed pipe   | -1    | false       | returns at once | |
+/// running    | successful launch                   | child | true        | joins the reader | |
+/// not forked | launching construction, failed fork | -1    | false       | joins the ended reader
+/// |
+///
+/// Threads: each launching object has a reader thread, which calls the output callback, one chunk
+/// at a time. pid and isRunning may be called from any thread, the callback included. Launching
+/// constructions and kills share the password and are not made concurrently. The object stays at
+/// its address, and its callback must not throw and must not destroy it.
+///
+/// The child belongs to the host: neither the object's end nor the child's own end reaps it
+/// (ProcessMonitor does). Its exit status is not looked at.
+///
+/// What the command writes goes through a non-blocking pipe. A command that writes faster than the
+/// callback returns loses output once the pipe is full; `exec >/dev/stdout 2>&1; COMMAND` opens it
+/// anew, blocking, and loses nothing.
+#ifndef OXU_STARTPROCESS_H
+#define OXU_STARTPROCESS_H
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "oxu/Export.h"
+
+namespace oxu {
+
+class OXU_EXPORT StartProcess {
+ public:
+  /// Launches nothing; such an object is idle.
+  StartProcess();
+
+  /// Runs `command` with /bin/bash -c and hands its standard output and error to `outputCallback`.
+  ///
+  /// - workDir: the directory to run in; empty for the host's own.
+  /// - envNames: comma-separated names of the host's environment variables to export in front of
+  /// the
+  ///   command. Values are put in unquoted, so the shell interprets them; a name that is not set is
+  ///   exported empty.
+  /// - command: may hold several commands separated by ';'. $SU_PASSWD$ in it stands for the
+  /// password.
+  /// - password: for sudo. It reaches the child as the environment variable __SU_PASSWD__, never on
+  /// the
+  ///   command line, and stays in the process for later kills.
+  /// - outputCallback: gets each chunk of bytes as read, on the reader thread. Empty: output is
+  /// discarded.
+  /// - bufferSize: the largest chunk, in bytes, more than 0.
+  /// - needRoot: runs each of the commands with sudo unless the host is root. The command is split
+  /// at
+  ///   each ';' for that, inside quotes as well.
+  ///
+  /// There is no result: after a failed launch isRunning() is false, and a line on standard error
+  /// ("pipe failed: ..." or "fork failed: ...") says why. Text that waits in the host's stdout is
+  /// flushed before the fork.
+  StartProcess(const std::string& workDir, const std::string& envNames, const std::string& command,
+               const std::string& password, std::function<void(const std::string&)> outputCallback,
+               unsigned long bufferSize, bool needRoot);
+
+  /// Stops the reader thread, which may deliver "Stop Process!\n" as its last chunk, and closes the
+  /// pipe. Returns at the latest 1 second after a running callback has returned. The child goes on;
+  /// its next write fails.
+  ~StartProcess();
+
+  StartProcess(const StartProcess&) = delete;
+  StartProcess& operator=(const StartProcess&) = delete;
+
+  /// Forks and launches, into the pipe that the launching constructor made. Returns the child's
+  /// process id, or -1 when the fork failed; the pipe is closed then, which ends the capture.
+  int addProcess(const std::string& workDir, const std::string& envNames,
+                 const std::string& command, const std::string& password, bool needRoot);
+
+  /// The child's process id, which is also its group's; -1 until a launch succeeded.
+  int pid() const { return m_pid; }
+
+  /// True from a launch until the object's end, however long the child lives.
+  bool isRunning() const { return m_running; }
+
+  /// Sends SIGKILL to the process group of `pid` from a background shell, through sudo with the
+  /// password of the latest launch when the caller is not root (other users see that password in
+  /// the process list meanwhile). True when the shell could be started; whether the kill succeeded
+  /// is not known. A pid of 0 means the caller's own group. False, with a logged message, for a
+  /// negative or unknown pid. The host ignores SIGINT and SIGQUIT while the shell is being started.
+  static bool kill(int pid);
+
+  /// The same for all of `pids` with one shell; unknown ones are logged and skipped. False for an
+  /// empty list. When the caller is not root, sudo runs the kill of the first group only.
+  static bool kill(const std::vector<int>& pids);
+
+ private:
+  int initializePipe();
+  static void* outputThreadFunc(void* self);
+  void stopReadPipe();
+  void closePipe();
+
+  struct Reader;
+  bool readOnce(Reader& reader);
+  [[noreturn]] void runChild(const struct LaunchLine& line, const std::string& password);
+
+  std::atomic<bool> m_running;
+  std::uint64_t m_output_thread;
+  unsigned long m_buffer_size;
+  std::atomic<int> m_pid;
+  int m_pipe_write;
+  std::atomic<int> m_pipe_read;  // with a mark while the reader thread uses it
+  std::function<void(const std::string&)> m_output_callback;
+
+  static std::string m_su_passwd;
+};
+
+}  // namespace oxu
+
+#endif

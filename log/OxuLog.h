@@ -1,0 +1,64 @@
+// The process-wide console logger: a ring that any thread fills and one core thread that prints.
+//
+// createUniqueLog and destroyUniqueLog are called from one thread, the latter while no thread logs.
+// Between the two, the member operations may be called from any thread.
+#ifndef LOG_OXULOG_H
+#define LOG_OXULOG_H
+
+#include <atomic>
+#include <cstdint>
+#include <ctime>
+
+#include "log/LogItem.h"
+#include "log/RingBuffer.h"
+#include "os/os_thread.h"
+#include "oxu/LogLevel.h"
+
+namespace oxu {
+
+class CLog {
+ public:
+  // Starts the logger; without effect when there is one.
+  static void createUniqueLog();
+
+  // Null before creation and after destruction.
+  static CLog* getUniqueLog();
+
+  // Stops the core thread after the record that it prints, and discards those that wait.
+  static void destroyUniqueLog();
+
+  // The level is kept for the host's own use; it filters nothing.
+  void setLogLevel(LogLevel level);
+  LogLevel getLogLevel() const;
+
+  // Queues a copy; false when the ring is full.
+  bool pushLogItem(LogItem& item);
+
+  virtual ~CLog();
+  CLog(const CLog&) = delete;
+  CLog& operator=(const CLog&) = delete;
+
+ private:
+  CLog();
+
+  static void* _coreThread(void* log);
+  static const char* _levelStr(LogLevel level);
+  void _printLog(LogItem& item);
+  const std::tm& localTimeOf(std::int64_t seconds);
+
+  static std::atomic<CLog*> m_pInstance;
+
+  std::atomic<LogLevel> m_level;
+  CRingBuffer<LogItem> m_ring;
+  std::atomic<bool> m_running;
+  os_thread_handle m_thread;
+  std::int32_t m_interval;  // nanoseconds
+
+  // The core thread's alone: the last second that was converted.
+  std::int64_t m_converted_second;
+  std::tm m_local_time;
+};
+
+}  // namespace oxu
+
+#endif

@@ -1,0 +1,53 @@
+#include <chrono>
+#include <cstdarg>
+#include <cstdio>
+
+#include "log/OxuLog.h"
+#include "oxu/CApi.h"
+
+namespace {
+
+// Formatting is limited to one byte less than the field; a message that does not fit is refused
+// whole.
+constexpr std::size_t kFormatLimit = sizeof(oxu::LogItem::text) - 1;
+
+void stampWithNow(oxu::LogItem& item) {
+  using std::chrono::nanoseconds;
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  const std::int64_t sinceEpoch = std::chrono::duration_cast<nanoseconds>(now).count();
+  item.seconds = sinceEpoch / 1000000000;
+  item.milliseconds = sinceEpoch / 1000000 - item.seconds * 1000;
+}
+
+}  // namespace
+
+void install_log_task() { oxu::CLog::createUniqueLog(); }
+
+void uninstall_log_task() { oxu::CLog::destroyUniqueLog(); }
+
+void set_log_level(int level) {
+  oxu::CLog* log = oxu::CLog::getUniqueLog();
+  if (log != nullptr) log->setLogLevel(static_cast<oxu::LogLevel>(level));
+}
+
+int get_log_level() {
+  const oxu::CLog* log = oxu::CLog::getUniqueLog();
+  return log != nullptr ? log->getLogLevel() : oxu::INFO;
+}
+
+bool push_log(int level, const char* format, ...) {
+  oxu::LogItem item;
+  item.level = static_cast<oxu::LogLevel>(level);
+  stampWithNow(item);
+
+  va_list arguments;
+  va_start(arguments, format);
+  const int length = std::vsnprintf(item.text, kFormatLimit, format, arguments);
+  va_end(arguments);
+  // As unsigned, so that a negative result, a message that cannot be formatted, is too long as
+  // well.
+  if (static_cast<unsigned>(length) >= kFormatLimit) return false;
+
+  oxu::CLog* log = oxu::CLog::getUniqueLog();
+  return log != nullptr && log->pushLogItem(item);
+}

@@ -1,0 +1,177 @@
+// A bounded lock-free ring of fixed-size records for any number of producers.
+//
+// | storage | push                      | pop                          |
+// |---------|---------------------------|------------------------------|
+// | present | false only when it is full | false only when it is empty |
+// | none    | false                     | false                        |
+//
+// push may be called from any number of threads at once, pop from one thread; neither waits for
+// room or for records. A push waits only for producers that reserved a slot before it and are still
+// copying. The owner destroys the ring when no thread uses it any more; records in it are dropped.
+#ifndef LOG_RINGBUFFER_H
+#define LOG_RINGBUFFER_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <new>
+#include <type_traits>
+
+#include "os/os_clock.h"
+#include "os/os_sharememory.h"
+#include "os/os_thread.h"
+
+// The start of the storage block; the records follow it.
+//
+// Invariants. The indices only grow, by one at a time; a slot's position is its number masked with
+// capacity - 1.
+//   I1  readIndex <= commitIndex <= reserveIndex
+//   I2  reserveIndex - readIndex <= capacity - 1: one slot stays empty, which tells full from
+//   empty. I3  Slots from readIndex up to commitIndex hold whole records, which nobody changes. I4
+//   Slots from commitIndex up to reserveIndex belong each to the producer that reserved it.
+struct RingHeader {
+  std::uint64_t count;  // committed and not yet taken, for observers; no decision reads it
+  std::uint64_t capacity;
+  std::uint64_t reserveIndex;  // next slot to hand to a producer
+  std::uint64_t readIndex;     // next slot to take
+  std::uint64_t commitIndex;   // slots below it hold complete records
+  std::uint32_t itemSize;
+  std::uint32_t magic;
+};
+
+static_assert(offsetof(RingHeader, capacity) == 8);
+static_assert(offsetof(RingHeader, reserveIndex) == 16);
+static_assert(offsetof(RingHeader, readIndex) == 24);
+static_assert(offsetof(RingHeader, commitIndex) == 32);
+static_assert(offsetof(RingHeader, itemSize) == 40);
+static_assert(offsetof(RingHeader, magic) == 44);
+static_assert(sizeof(RingHeader) == 48);
+
+template <class Item>
+class CRingBuffer {
+ public:
+  static constexpr std::uint32_t kMagic = 20231020;
+  static constexpr std::uint64_t kDefaultCapacity = 128;
+
+  // Makes a ring of the largest power of two of slots that `requested` holds, of 128 for a request
+  // of 0 or 1. It holds one record less than it has slots. Without memory the ring has no storage.
+  explicit CRingBuffer(std::uint64_t requested) { createStorage(capacityFor(requested)); }
+
+  virtual ~CRingBuffer() { releaseStorage(); }
+
+  CRingBuffer(const CRingBuffer&) = delete;
+  CRingBuffer& operator=(const CRingBuffer&) = delete;
+
+  bool push(const Item& item);
+  bool pop(Item& item);
+
+  // Null without storage.
+  const RingHeader* header() const { return m_header; }
+
+ private:
+  static_assert(std::is_trivially_copyable_v<Item>, "records are copied as blocks");
+
+  // Hands out the next slot; false when the ring is full.
+  bool reserve(std::uint64_t& slot);
+  static std::uint64_t capacityFor(std::uint64_t requested);
+  static void pauseForEarlierProducers();
+  void createStorage(std::uint64_t capacity);
+  void releaseStorage();
+  std::uint64_t positionOf(std::uint64_t slot) const { return slot & (m_header->capacity - 1); }
+
+  char* m_block = nullptr;
+  os_sharememory_handle m_shared_memory = nullptr;
+  bool m_is_owner = false;
+  RingHeader* m_header = nullptr;
+  Item* m_items = nullptr;
+};
+
+template <class Item>
+bool CRingBuffer<Item>::push(const Item& item) {
+  std::uint64_t slot = 0;
+  if (m_header == nullptr || !reserve(slot)) return false;
+  std::memcpy(&m_items[positionOf(slot)], &item, sizeof(Item));
+  // Publishes the record, in reservation order: the consumer that loads slot + 1 sees the whole
+  // copy.
+  while (!os_thread_sync_compare_and_swap(&m_header->commitIndex, slot, slot + 1)) {
+    pauseForEarlierProducers();
+  }
+  os_thread_sync_fetch_add(&m_header->count);
+  return true;
+}
+
+template <class Item>
+bool CRingBuffer<Item>::reserve(std::uint64_t& slot) {
+  for (;;) {
+    slot = os_thread_sync_load(&m_header->reserveIndex);
+    const std::uint64_t read = os_thread_sync_load(&m_header->readIndex);
+    if (positionOf(slot + 1) != positionOf(read)) {
+      // Success means that reserveIndex stood at `slot` since its load, so `read` was no later than
+      // it and the slot was free then; readIndex has only grown since. From here the slot is ours
+      // (I4).
+      if (os_thread_sync_compare_and_swap(&m_header->reserveIndex, slot, slot + 1)) return true;
+    } else if (os_thread_sync_load(&m_header->reserveIndex) == slot) {
+      // Overtaken between the first two loads, `read` may lie beyond `slot`, and the match says
+      // nothing. But reserveIndex only grows: unchanged in this third load, it stood at `slot` when
+      // `read` was loaded, and by I2 the ring was full at that moment.
+      return false;
+    }
+  }
+}
+
+template <class Item>
+bool CRingBuffer<Item>::pop(Item& item) {
+  if (m_header == nullptr) return false;
+  std::uint64_t slot = 0;
+  do {
+    slot = os_thread_sync_load(&m_header->readIndex);
+    // Observes every copy that was committed below it (I3).
+    const std::uint64_t committed = os_thread_sync_load(&m_header->commitIndex);
+    if (positionOf(slot) == positionOf(committed)) return false;
+    std::memcpy(&item, &m_items[positionOf(slot)], sizeof(Item));
+    // The copy comes before the slot is given up: no producer reuses a slot that is being read.
+  } while (!os_thread_sync_compare_and_swap(&m_header->readIndex, slot, slot + 1));
+  os_thread_sync_fetch_sub(&m_header->count);
+  return true;
+}
+
+template <class Item>
+std::uint64_t CRingBuffer<Item>::capacityFor(std::uint64_t requested) {
+  std::uint64_t capacity = std::uint64_t{1} << 63;
+  while (capacity != 0 && (requested & capacity) == 0) capacity >>= 1;
+  return capacity < 2 ? kDefaultCapacity : capacity;
+}
+
+template <class Item>
+void CRingBuffer<Item>::pauseForEarlierProducers() {
+  constexpr std::int64_t kPauseNs = 100000;
+  os_clock_time deadline{};
+  os_clock_get_time(kOsClockMonotonic, &deadline, kOsClockAbsolute);
+  deadline.nanoseconds += kPauseNs;
+  os_clock_adjust_clock_time(&deadline);
+  os_clock_nano_sleep(&deadline, kOsClockAbsolute);
+}
+
+template <class Item>
+void CRingBuffer<Item>::createStorage(std::uint64_t capacity) {
+  constexpr std::uint64_t kMaxBytes = std::numeric_limits<std::ptrdiff_t>::max();
+  if (capacity > (kMaxBytes - sizeof(RingHeader)) / sizeof(Item)) return;
+  m_block = new (std::nothrow) char[sizeof(RingHeader) + capacity * sizeof(Item)]();
+  if (m_block == nullptr) return;
+  m_header = new (m_block) RingHeader{0, capacity, 0, 0, 0, sizeof(Item), kMagic};
+  m_items = reinterpret_cast<Item*>(m_block + sizeof(RingHeader));
+  m_is_owner = true;
+}
+
+template <class Item>
+void CRingBuffer<Item>::releaseStorage() {
+  if (m_shared_memory != nullptr) {
+    os_sharememory_close(m_shared_memory, m_is_owner ? 1 : 0);
+    os_sharememory_destroy(&m_shared_memory);
+  } else if (m_is_owner) {
+    delete[] m_block;
+  }
+}
+
+#endif

@@ -1,0 +1,25 @@
+// Clocks of the portability library. Every function may be called from any thread.
+#ifndef OS_CLOCK_H
+#define OS_CLOCK_H
+
+#include <cstdint>
+
+struct os_clock_time {
+  std::int64_t seconds;
+  std::int64_t nanoseconds;
+};
+
+constexpr int kOsClockMonotonic = 1;
+constexpr int kOsClockAbsolute = 1;
+
+// Fills `time` with the present time of clock 1, the monotonic clock, the only one that there is.
+bool os_clock_get_time(int clock, os_clock_time* time, int mode);
+
+// Carries whole seconds out of the nanosecond field, which is 0 to 999999999 afterwards.
+void os_clock_adjust_clock_time(os_clock_time* time);
+
+// Sleeps until the monotonic clock reaches `time` (mode 1, an absolute deadline). Signals do not
+// shorten the sleep. False when `time` is not normalised.
+bool os_clock_nano_sleep(const os_clock_time* time, int mode);
+
+#endif

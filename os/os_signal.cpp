@@ -1,0 +1,53 @@
+#include "os/os_signal.h"
+
+#include <pthread.h>
+#include <time.h>
+
+#include <cerrno>
+#include <initializer_list>
+
+namespace {
+
+sigset_t pipeSignal() {
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, SIGPIPE);
+  return set;
+}
+
+bool isPipeSignalPending() {
+  sigset_t pending;
+  sigemptyset(&pending);
+  ::sigpending(&pending);
+  return sigismember(&pending, SIGPIPE) == 1;
+}
+
+}  // namespace
+
+void os_signal_block_all() {
+  sigset_t set;
+  sigfillset(&set);
+  for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS}) {
+    sigdelset(&set, fault);
+  }
+  ::pthread_sigmask(SIG_SETMASK, &set, nullptr);
+}
+
+os_signal_pipe_guard::os_signal_pipe_guard() : m_previous(), m_was_pending(isPipeSignalPending()) {
+  const sigset_t set = pipeSignal();
+  ::pthread_sigmask(SIG_BLOCK, &set, &m_previous);
+}
+
+os_signal_pipe_guard::~os_signal_pipe_guard() {
+  const int error = errno;
+  // A SIGPIPE that was pending before is the host's; one that came since is ours, and is taken here
+  // before the mask would let it through.
+  if (!m_was_pending && isPipeSignalPending()) {
+    const sigset_t set = pipeSignal();
+    const timespec noWait{};
+    while (::sigtimedwait(&set, nullptr, &noWait) == -1 && errno == EINTR) {
+    }
+  }
+  ::pthread_sigmask(SIG_SETMASK, &m_previous, nullptr);
+  errno = error;
+}

@@ -1,0 +1,25 @@
+// Signal masks of the portability library.
+#ifndef OS_SIGNAL_H
+#define OS_SIGNAL_H
+
+#include <signal.h>
+
+// Blocks every signal for the calling thread, for good, but those that report a fault of its own
+// (SIGSEGV and the like), which a host's crash handler must still see.
+void os_signal_block_all();
+
+// While it lives, a write of this thread to a pipe or socket without a reader fails with EPIPE and
+// raises no SIGPIPE. The host's handlers and the mask of before are left as they were.
+class os_signal_pipe_guard {
+ public:
+  os_signal_pipe_guard();
+  ~os_signal_pipe_guard();
+  os_signal_pipe_guard(const os_signal_pipe_guard&) = delete;
+  os_signal_pipe_guard& operator=(const os_signal_pipe_guard&) = delete;
+
+ private:
+  sigset_t m_previous;
+  bool m_was_pending;
+};
+
+#endif

@@ -1,0 +1,51 @@
+#include "oxu/StartProcess.h"
+
+#include <cstdio>
+#include <utility>
+
+#include "os/os_signal.h"
+#include "os/os_thread.h"
+
+namespace oxu {
+
+std::string StartProcess::m_su_passwd;
+
+StartProcess::StartProcess()
+    : m_running(false),
+      m_output_thread(0),
+      m_buffer_size(0),
+      m_pid(-1),
+      m_pipe_write(-1),
+      m_pipe_read(-1) {}
+
+// Delegates, so that from here on the destructor cleans up, also when a step below throws.
+StartProcess::StartProcess(const std::string& workDir, const std::string& envNames,
+                           const std::string& command, const std::string& password,
+                           std::function<void(const std::string&)> outputCallback,
+                           unsigned long bufferSize, bool needRoot)
+    : StartProcess() {
+  m_running = true;
+  m_buffer_size = bufferSize;
+  m_output_callback = std::move(outputCallback);
+  m_su_passwd = password;
+  if (initializePipe() != 0) {
+    const os_signal_pipe_guard noSigpipe;
+    std::puts("prepatePipe failed");
+    m_running = false;
+    return;
+  }
+  os_thread_create(&m_output_thread, outputThreadFunc, this, 0, 0);
+  if (addProcess(workDir, envNames, command, password, needRoot) <= 0) m_running = false;
+}
+
+StartProcess::~StartProcess() {
+  m_running = false;
+  stopReadPipe();
+  if (m_output_thread != 0) {
+    os_thread_join(m_output_thread, nullptr);
+    m_output_thread = 0;
+  }
+  closePipe();
+}
+
+}  // namespace oxu

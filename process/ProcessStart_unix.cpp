@@ -1,0 +1,242 @@
+#include <fcntl.h>
+#include <sys/select.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "os/os_signal.h"
+#include "oxu/CApi.h"
+#include "oxu/StartProcess.h"
+#include "process/LaunchLine.h"
+#include "process/RootPrivilege.h"
+
+extern "C" int getPid() { return ::getpid(); }
+
+namespace oxu {
+
+namespace {
+
+constexpr int kPipeBytes = 256 * 1024;
+constexpr int kReaderPauseSeconds = 1;
+constexpr char kWakeUpText[] = "Stop Process!\n";
+
+// The read end carries this mark, far above any descriptor number, while the reader thread uses it.
+//
+// Who closes the read end. Only a failed fork closes the pipe while the reader runs. The number may
+// be given to another file at once, so it must not be closed while the reader is about to select or
+// read on it: closePipe takes the number away, and whichever of the two sees that the other is done
+// with it closes it. So the reader's calls never meet a number that was closed, let alone reused.
+constexpr int kInUse = 1 << 30;
+
+class ReadEndUse {
+ public:
+  explicit ReadEndUse(std::atomic<int>& readEnd) : m_read_end(readEnd), m_fd(readEnd.load()) {
+    while (m_fd >= 0 && !m_read_end.compare_exchange_weak(m_fd, m_fd | kInUse)) {
+    }
+  }
+
+  ~ReadEndUse() {
+    int marked = m_fd | kInUse;
+    if (m_fd >= 0 && !m_read_end.compare_exchange_strong(marked, m_fd)) ::close(m_fd);
+  }
+
+  ReadEndUse(const ReadEndUse&) = delete;
+  ReadEndUse& operator=(const ReadEndUse&) = delete;
+
+  int fd() const { return m_fd; }
+  bool isClosed() const { return m_fd < 0 || m_read_end.load() != (m_fd | kInUse); }
+
+ private:
+  std::atomic<int>& m_read_end;
+  int m_fd;
+};
+
+// A read set for one descriptor of any number; an fd_set ends at FD_SETSIZE.
+class ReadSet {
+ public:
+  // Makes `fd` the set's only member.
+  void hold(int fd) {
+    const std::size_t number = static_cast<std::size_t>(fd);
+    m_index = number / kWordBits;
+    m_bit = 1UL << (number % kWordBits);
+    m_words.assign(m_index + 1, 0);
+    m_words[m_index] = m_bit;
+  }
+
+  fd_set* get() { return reinterpret_cast<fd_set*>(m_words.data()); }
+  bool isReadable() const { return (m_words[m_index] & m_bit) != 0; }
+
+ private:
+  static constexpr std::size_t kWordBits = 8 * sizeof(unsigned long);
+  std::vector<unsigned long> m_words;
+  std::size_t m_index = 0;
+  unsigned long m_bit = 0;
+};
+
+bool failReader(const char* format, int error) {
+  push_log(ERROR, format, std::strerror(error));
+  return false;
+}
+
+void closeEnd(int& fd) {
+  if (fd != -1) ::close(fd);
+  fd = -1;
+}
+
+// Says on standard error why a launch fails; a standard error without a reader is no reason to die.
+void complain(const char* what) {
+  const os_signal_pipe_guard noSigpipe;
+  std::perror(what);
+}
+
+// The host's waiting output is flushed, so that it is neither lost nor printed by the child as
+// well. The stream stays locked until the fork: the logger or another thread must not have half a
+// line in it then. The child finds it unlocked or its own, and leaves it so.
+pid_t forkWithEmptyStdout() {
+  ::flockfile(stdout);
+  {
+    const os_signal_pipe_guard noSigpipe;
+    std::fflush(stdout);
+  }
+  const pid_t pid = ::fork();
+  const int error = errno;
+  if (pid != 0) ::funlockfile(stdout);
+  errno = error;
+  return pid;
+}
+
+}  // namespace
+
+int StartProcess::initializePipe() {
+  int fds[2];
+  if (::pipe(fds) != 0) {
+    complain("pipe failed");
+    return -1;
+  }
+  m_pipe_write = fds[1];
+  m_pipe_read = fds[0];
+
+  int flags = ::fcntl(fds[0], F_GETFL, 0);
+  if (flags == -1) {
+    push_log(ERROR, "fcntl F_GETFL error: %s", std::strerror(errno));
+    flags = 0;
+  }
+  if (::fcntl(fds[0], F_SETFL, flags | O_NONBLOCK) == -1) {
+    push_log(ERROR, "fcntl F_SETFL error: %s", std::strerror(errno));
+  }
+  // Hardening, best effort: no other command of the host inherits the pipe, and it takes larger
+  // bursts.
+  ::fcntl(fds[0], F_SETFD, FD_CLOEXEC);
+  ::fcntl(fds[1], F_SETFD, FD_CLOEXEC);
+  ::fcntl(fds[1], F_SETPIPE_SZ, kPipeBytes);
+  return 0;
+}
+
+// What the reader thread owns for its whole life.
+struct StartProcess::Reader {
+  std::unique_ptr<char[]> buffer;
+  ReadSet set;
+};
+
+void* StartProcess::outputThreadFunc(void* argument) {
+  auto* self = static_cast<StartProcess*>(argument);
+  Reader reader{std::unique_ptr<char[]>(new (std::nothrow) char[self->m_buffer_size]), {}};
+  if (!reader.buffer) {
+    failReader("Read pipe error: %s", ENOMEM);
+    return nullptr;
+  }
+  while (self->m_running && self->readOnce(reader)) {
+  }
+  return nullptr;
+}
+
+// One iteration of the reader; false when it is to end.
+bool StartProcess::readOnce(Reader& reader) {
+  const ReadEndUse readEnd(m_pipe_read);
+  if (readEnd.isClosed()) return failReader("Select error: %s", EBADF);
+
+  reader.set.hold(readEnd.fd());
+  timeval pause{kReaderPauseSeconds, 0};
+  const int ready = ::select(readEnd.fd() + 1, reader.set.get(), nullptr, nullptr, &pause);
+  if (ready == -1) return errno == EINTR || failReader("Select error: %s", errno);
+  if (ready == 0 || !reader.set.isReadable()) return true;
+  if (readEnd.isClosed()) return failReader("Select error: %s", EBADF);
+
+  const ssize_t size = ::read(readEnd.fd(), reader.buffer.get(), m_buffer_size);
+  if (size < 0) return errno == EAGAIN || failReader("Read pipe error: %s", errno);
+  if (size == 0) {
+    push_log(ERROR, "Pipe closed");
+    return false;
+  }
+  if (m_output_callback) {
+    m_output_callback(std::string(reader.buffer.get(), static_cast<std::size_t>(size)));
+  }
+  return true;
+}
+
+void StartProcess::stopReadPipe() {
+  if (::fcntl(m_pipe_write, F_GETFL) == -1) return;
+  if (::write(m_pipe_write, kWakeUpText, sizeof kWakeUpText - 1) == -1) {
+    push_log(ERROR, "write pipe error");
+  }
+}
+
+void StartProcess::closePipe() {
+  int readEnd = m_pipe_read.exchange(-1);
+  closeEnd(m_pipe_write);
+  // A read end in use is left to the reader, which closes it at the end of its iteration.
+  if ((readEnd & kInUse) == 0) closeEnd(readEnd);
+}
+
+int StartProcess::addProcess(const std::string& workDir, const std::string& envNames,
+                             const std::string& command, const std::string& password,
+                             bool needRoot) {
+  const LaunchLine line = makeLaunchLine(workDir, envNames, command, needRoot);
+  const pid_t pid = forkWithEmptyStdout();
+  if (pid < 0) {
+    complain("fork failed");
+    closePipe();
+    return -1;
+  }
+  if (pid == 0) runChild(line, password);
+  // The child does the same for itself; whoever comes first, a kill that follows at once finds the
+  // child's own group and never the host's.
+  ::setpgid(pid, pid);
+  m_pid = pid;
+  return pid;
+}
+
+// Runs in a process that has only the forking thread. It takes no lock of this library, calls
+// neither the logger nor the callback, and prints through stdio, whose locks the C library resets
+// in the child. Everything that could be computed before the fork was.
+void StartProcess::runChild(const LaunchLine& line, const std::string& password) {
+  ::close(m_pipe_read & ~kInUse);
+  if (::fcntl(m_pipe_write, F_SETFL, O_NONBLOCK) == -1) std::perror("fcntl set nonblock");
+  if (::dup2(m_pipe_write, STDOUT_FILENO) == -1 || ::dup2(m_pipe_write, STDERR_FILENO) == -1) {
+    std::perror("dup2 failed");
+    ::_exit(1);
+  }
+  // Where the host's own standard descriptors are closed the pipe may have had these numbers
+  // before, and be close-on-exec still.
+  ::fcntl(STDOUT_FILENO, F_SETFD, 0);
+  ::fcntl(STDERR_FILENO, F_SETFD, 0);
+  if (::setpgid(0, 0) == -1) {
+    std::printf("Child process(%d) setpgid failed: %s\n", ::getpid(), std::strerror(errno));
+  }
+  for (const std::string& text : line.announcements) std::puts(text.c_str());
+
+  ::setenv(kPasswordVariable, password.c_str(), 1);
+  char shell[] = "/bin/bash";
+  char option[] = "-c";
+  char* const arguments[] = {shell, option, const_cast<char*>(line.shellLine.c_str()), nullptr};
+  ::execvp(shell, arguments);
+  std::perror("execvp failed");
+  ::_exit(1);
+}
+
+}  // namespace oxu

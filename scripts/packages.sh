@@ -1,0 +1,33 @@
+# Sourced by the other scripts: gets the Debian packages that they need.
+
+# install_missing PACKAGE... installs those that are not there yet, as root or through sudo; says what to
+# install, and ends the script, where neither works.
+install_missing() {
+  local package missing=()
+  if ! command -v dpkg-query >/dev/null; then
+    echo "This is no Debian system. What the build needs, by its Debian names: $*" >&2
+    return 0
+  fi
+  for package in "$@"; do
+    dpkg-query -W -f '${db:Status-Status}\n' "$package" 2>/dev/null | grep -qx installed ||
+      missing+=("$package")
+  done
+  ((${#missing[@]})) || return 0
+
+  local as_root=()
+  if ((EUID != 0)); then
+    as_root=(sudo)
+    if ! command -v sudo >/dev/null || ! { sudo -n true 2>/dev/null || { [[ -t 0 ]] && sudo -v; }; }; then
+      echo "Please install these packages as root, then run this again:" >&2
+      echo "  apt-get install --no-install-recommends ${missing[*]}" >&2
+      exit 1
+    fi
+  fi
+  echo "Installing ${missing[*]}"
+  "${as_root[@]}" apt-get update -qq
+  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+    apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+build_packages=(cmake g++ ninja-build)
+test_packages=("${build_packages[@]}" gcc libgtest-dev sudo)

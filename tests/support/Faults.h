@@ -1,0 +1,45 @@
+// Makes system calls of the library fail, in this process and in children that it forks meanwhile.
+#ifndef TESTS_SUPPORT_FAULTS_H
+#define TESTS_SUPPORT_FAULTS_H
+
+#include <atomic>
+
+namespace faults {
+
+constexpr int kEveryTime = -1;
+constexpr int kAnyArgument = -1;
+
+// The calls that the test program's linker routes through this file.
+enum Call {
+  kPipe,
+  kFork,
+  kFcntl,
+  kDup2,
+  kSetpgid,
+  kExecvp,
+  kSelect,
+  kRead,
+  kWrite,
+  kWaitpid,
+  kStat,
+  kSystem,
+  kThread,
+  kCallCount
+};
+
+// While it lives, `call` fails with `error`, as often as `times` says. `argument` narrows that down
+// to one command (fcntl), process id (setpgid, waitpid) or target (dup2).
+class Fault {
+ public:
+  Fault(Call call, int error, int times = kEveryTime, int argument = kAnyArgument);
+  ~Fault();
+  Fault(const Fault&) = delete;
+  Fault& operator=(const Fault&) = delete;
+
+ private:
+  Call m_call;
+};
+
+}  // namespace faults
+
+#endif
