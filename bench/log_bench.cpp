@@ -55,8 +55,7 @@ class Console {
     if (::pipe2(m_fds, O_CLOEXEC) != 0) std::abort();
     m_reader = std::thread([this] {
       static char buffer[1 << 16];
-      for (ssize_t size = 0; (size = ::read(m_fds[0], buffer, sizeof buffer)) > 0;)
-        m_received += size;
+      for (ssize_t size = 0; (size = ::read(m_fds[0], buffer, sizeof buffer)) > 0;) m_received += size;
     });
   }
   ~Console() {
@@ -75,8 +74,7 @@ class Console {
   std::thread m_reader;
 };
 
-constexpr char kLine[] =
-    "\x1b[0mINFO [2026-01-31 08:05:09.042]  request 17 served in 423 us\x1b[0m\n";
+constexpr char kLine[] = "\x1b[0mINFO [2026-01-31 08:05:09.042]  request 17 served in 423 us\x1b[0m\n";
 constexpr long kLineBytes = sizeof kLine - 1;
 
 void BM_ConsoleBareWrite(benchmark::State& state) {

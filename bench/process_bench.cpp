@@ -20,8 +20,7 @@ void BM_LaunchPosixSpawn(benchmark::State& state) {
   char* const arguments[] = {shell, option, command, nullptr};
   for (auto _ : state) {
     pid_t pid = 0;
-    if (::posix_spawn(&pid, shell, nullptr, nullptr, arguments, environ) != 0)
-      state.SkipWithError("spawn");
+    if (::posix_spawn(&pid, shell, nullptr, nullptr, arguments, environ) != 0) state.SkipWithError("spawn");
     ::waitpid(pid, nullptr, 0);
   }
 }
@@ -45,8 +44,7 @@ void BM_CapturePopen(benchmark::State& state) {
   for (auto _ : state) {
     std::FILE* const pipe = ::popen(kCommand, "r");
     long received = 0;
-    while (const std::size_t size = std::fread(buffer, 1, sizeof buffer, pipe))
-      received += static_cast<long>(size);
+    while (const std::size_t size = std::fread(buffer, 1, sizeof buffer, pipe)) received += static_cast<long>(size);
     ::pclose(pipe);
     if (received != kBytes) state.SkipWithError("lost output");
   }
@@ -58,8 +56,7 @@ void BM_CaptureStartProcess(benchmark::State& state) {
   for (auto _ : state) {
     std::atomic<long> received{0};
     const oxu::StartProcess process(
-        "", "", kCommand, "",
-        [&](const std::string& chunk) { received += static_cast<long>(chunk.size()); }, 1 << 16,
+        "", "", kCommand, "", [&](const std::string& chunk) { received += static_cast<long>(chunk.size()); }, 1 << 16,
         false);
     ::waitpid(process.pid(), nullptr, 0);
     while (received < kBytes) std::this_thread::yield();

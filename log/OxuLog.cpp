@@ -72,9 +72,8 @@ void* CLog::_coreThread(void* log) {
 void CLog::_printLog(LogItem& item) {
   const std::tm& time = localTimeOf(item.seconds);
   char stamp[64] = {};
-  std::snprintf(stamp, sizeof stamp, "[%04d-%02d-%02d %02d:%02d:%02d.%03d] ", time.tm_year + 1900,
-                time.tm_mon + 1, time.tm_mday, time.tm_hour, time.tm_min, time.tm_sec,
-                static_cast<int>(item.milliseconds));
+  std::snprintf(stamp, sizeof stamp, "[%04d-%02d-%02d %02d:%02d:%02d.%03d] ", time.tm_year + 1900, time.tm_mon + 1,
+                time.tm_mday, time.tm_hour, time.tm_min, time.tm_sec, static_cast<int>(item.milliseconds));
   std::printf("%s %s %s\x1b[0m\n", _levelStr(item.level), stamp, item.text);
   std::fflush(stdout);
 }

@@ -7,9 +7,7 @@
 
 namespace {
 
-pthread_mutex_t* fromHandle(os_mutex_handle mutex) {
-  return reinterpret_cast<pthread_mutex_t*>(mutex);
-}
+pthread_mutex_t* fromHandle(os_mutex_handle mutex) { return reinterpret_cast<pthread_mutex_t*>(mutex); }
 
 bool initRecursive(pthread_mutex_t* mutex) {
   pthread_mutexattr_t attributes;
@@ -28,13 +26,9 @@ os_mutex_handle os_mutex_create(int /*type*/, int /*recursion*/, int /*option*/)
   return reinterpret_cast<os_mutex_handle>(mutex.release());
 }
 
-bool os_mutex_lock(os_mutex_handle mutex) {
-  return mutex != 0 && ::pthread_mutex_lock(fromHandle(mutex)) == 0;
-}
+bool os_mutex_lock(os_mutex_handle mutex) { return mutex != 0 && ::pthread_mutex_lock(fromHandle(mutex)) == 0; }
 
-bool os_mutex_unlock(os_mutex_handle mutex) {
-  return mutex != 0 && ::pthread_mutex_unlock(fromHandle(mutex)) == 0;
-}
+bool os_mutex_unlock(os_mutex_handle mutex) { return mutex != 0 && ::pthread_mutex_unlock(fromHandle(mutex)) == 0; }
 
 void os_mutex_destroy(os_mutex_handle* mutex) {
   if (*mutex == 0) return;

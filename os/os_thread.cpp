@@ -82,10 +82,9 @@ bool claim(Thread* thread) {
 
 }  // namespace
 
-bool os_thread_create(os_thread_handle* handle, os_thread_function function, void* argument,
-                      int /*priority*/, int /*option*/) {
-  std::unique_ptr<Thread> thread(new (std::nothrow)
-                                     Thread{function, argument, nullptr, {}, State::kRunning});
+bool os_thread_create(os_thread_handle* handle, os_thread_function function, void* argument, int /*priority*/,
+                      int /*option*/) {
+  std::unique_ptr<Thread> thread(new (std::nothrow) Thread{function, argument, nullptr, {}, State::kRunning});
   if (!thread || ::pthread_create(&thread->id, nullptr, run, thread.get()) != 0) return false;
   *handle = reinterpret_cast<os_thread_handle>(thread.release());
   return true;

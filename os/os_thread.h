@@ -13,8 +13,7 @@ using os_thread_function = void* (*)(void*);
 //
 // Every handle is joined exactly once. A thread that has ended costs a small record until then: its
 // stack is released when the next thread ends, at the latest.
-bool os_thread_create(os_thread_handle* handle, os_thread_function function, void* argument,
-                      int priority, int option);
+bool os_thread_create(os_thread_handle* handle, os_thread_function function, void* argument, int priority, int option);
 
 // Waits until the thread has ended, its thread-local objects destroyed, and releases the handle.
 // With `result` not null, what the thread's function returned is stored there. False at once for a
@@ -26,10 +25,8 @@ void os_thread_sleep_milliseconds(std::int64_t milliseconds, int option);
 
 // Atomic operations on 64-bit words; all of them are sequentially consistent.
 
-inline bool os_thread_sync_compare_and_swap(std::uint64_t* word, std::uint64_t expected,
-                                            std::uint64_t desired) {
-  return __atomic_compare_exchange_n(word, &expected, desired, false, __ATOMIC_SEQ_CST,
-                                     __ATOMIC_SEQ_CST);
+inline bool os_thread_sync_compare_and_swap(std::uint64_t* word, std::uint64_t expected, std::uint64_t desired) {
+  return __atomic_compare_exchange_n(word, &expected, desired, false, __ATOMIC_SEQ_CST, __ATOMIC_SEQ_CST);
 }
 
 // Both return the value after the change.
@@ -42,8 +39,6 @@ inline std::uint64_t os_thread_sync_fetch_sub(std::uint64_t* word) {
 }
 
 // Reads a word that other threads change: an ordinary load instruction.
-inline std::uint64_t os_thread_sync_load(const std::uint64_t* word) {
-  return __atomic_load_n(word, __ATOMIC_SEQ_CST);
-}
+inline std::uint64_t os_thread_sync_load(const std::uint64_t* word) { return __atomic_load_n(word, __ATOMIC_SEQ_CST); }
 
 #endif

@@ -35,8 +35,8 @@ std::string withPlaceholdersReplaced(std::string command) {
 
 }  // namespace
 
-LaunchLine makeLaunchLine(const std::string& workDir, const std::string& envNames,
-                          const std::string& command, bool needRoot) {
+LaunchLine makeLaunchLine(const std::string& workDir, const std::string& envNames, const std::string& command,
+                          bool needRoot) {
   LaunchLine line;
   std::istringstream names(envNames);
   for (std::string name; std::getline(names, name, ',');) {
@@ -45,8 +45,7 @@ LaunchLine makeLaunchLine(const std::string& workDir, const std::string& envName
   if (!workDir.empty()) line.announcements.push_back("cd " + workDir + ";");
   for (const std::string& statement : line.announcements) line.shellLine += statement;
   line.announcements.push_back(command);
-  line.shellLine +=
-      needRootPrivilege(needRoot) ? wrapForSudo(command) : withPlaceholdersReplaced(command);
+  line.shellLine += needRootPrivilege(needRoot) ? wrapForSudo(command) : withPlaceholdersReplaced(command);
   return line;
 }
 

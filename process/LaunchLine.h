@@ -13,8 +13,8 @@ struct LaunchLine {
   std::string shellLine;                   // the argument of bash -c
 };
 
-LaunchLine makeLaunchLine(const std::string& workDir, const std::string& envNames,
-                          const std::string& command, bool needRoot);
+LaunchLine makeLaunchLine(const std::string& workDir, const std::string& envNames, const std::string& command,
+                          bool needRoot);
 
 }  // namespace oxu
 

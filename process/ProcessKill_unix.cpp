@@ -14,9 +14,7 @@ namespace {
 // The shells run in the background, so that system() returns once the outer one has started.
 const char* const kTail = "\" &";
 
-std::string sudoHead(const std::string& password) {
-  return "bash -c \"echo '" + password + "' | sudo -S ";
-}
+std::string sudoHead(const std::string& password) { return "bash -c \"echo '" + password + "' | sudo -S "; }
 
 }  // namespace
 
@@ -33,8 +31,8 @@ bool StartProcess::kill(int pid) {
   const std::string head = ::geteuid() == 0 ? "bash -c \"" : sudoHead(m_su_passwd);
   const std::string line = head + "kill -9 -- -" + std::to_string(pgid) + kTail;
   if (std::system(line.c_str()) != 0) {
-    push_log(ERROR, "Failed to kill process group %ld(pgid: %d): %s.\n", static_cast<long>(pid),
-             pgid, std::strerror(errno));
+    push_log(ERROR, "Failed to kill process group %ld(pgid: %d): %s.\n", static_cast<long>(pid), pgid,
+             std::strerror(errno));
     return false;
   }
   push_log(INFO, "Process group %ld(pgid: %d)killed.", static_cast<long>(pid), pgid);

@@ -30,13 +30,9 @@ ProcessInfo::~ProcessInfo() = default;
 
 void ProcessInfo::setPid(int pid) { m_pid = pid; }
 
-void ProcessInfo::setQuitCallback(const std::function<int()>& quitCallback) {
-  m_quit_callback = quitCallback;
-}
+void ProcessInfo::setQuitCallback(const std::function<int()>& quitCallback) { m_quit_callback = quitCallback; }
 
-void ProcessInfo::updateProcessInfo(const ProcessInfo& other) {
-  m_current_pid = other.m_current_pid;
-}
+void ProcessInfo::updateProcessInfo(const ProcessInfo& other) { m_current_pid = other.m_current_pid; }
 
 ProcessMonitor::ProcessMonitor() : m_watcher_thread(0), m_running(true), m_changed(true) {
   os_thread_create(&m_watcher_thread, watcherLoop, this, 0, 0);

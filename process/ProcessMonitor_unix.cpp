@@ -30,14 +30,12 @@ bool ProcessMonitor::waitProcess(const int& pid) {
   int status = 0;
   const int collected = ::waitpid(pid, &status, WNOHANG | WUNTRACED);
   if (collected == -1) {
-    push_log(ERROR, "[ProcessMonitor]waitpid(%ld) failed: %s\n", static_cast<long>(pid),
-             std::strerror(errno));
+    push_log(ERROR, "[ProcessMonitor]waitpid(%ld) failed: %s\n", static_cast<long>(pid), std::strerror(errno));
     return false;
   }
   if (collected == 0) return false;
   if (collected == pid) return true;
-  push_log(ERROR, "[ProcessMonitor]An error occurred while waiting for the process to exit: %s",
-           std::strerror(errno));
+  push_log(ERROR, "[ProcessMonitor]An error occurred while waiting for the process to exit: %s", std::strerror(errno));
   return false;
 }
 
@@ -48,11 +46,9 @@ bool ProcessMonitor::isProcessExist(const int& pid) {
   const int error = errno;
   if (error == ENOENT) return false;
   if (error == EACCES || error == EPERM) {
-    push_log(DEBUG, "No permission to check the status of the process (pid=%ld).",
-             static_cast<long>(pid));
+    push_log(DEBUG, "No permission to check the status of the process (pid=%ld).", static_cast<long>(pid));
   } else {
-    push_log(DEBUG, "An error occurred while checking the existence status of the process: %s",
-             std::strerror(error));
+    push_log(DEBUG, "An error occurred while checking the existence status of the process: %s", std::strerror(error));
   }
   return true;
 }
@@ -73,8 +69,7 @@ void* ProcessMonitor::watcherLoop(void* monitor) {
     os_thread_sleep_milliseconds(kPauseMs, 0);
   }
   for (const int pid : snapshot.reapPids) {
-    push_log(ERROR, "[ProcessMonitor]Child Process(pid:%ld) exist, may be a zombie process.",
-             static_cast<long>(pid));
+    push_log(ERROR, "[ProcessMonitor]Child Process(pid:%ld) exist, may be a zombie process.", static_cast<long>(pid));
   }
   return nullptr;
 }
@@ -92,14 +87,13 @@ void ProcessMonitor::refresh(Snapshot& snapshot) {
 void ProcessMonitor::checkChild(const std::string& name, const ProcessInfo& info) {
   if (!waitProcess(info.m_pid)) return;
   const long pid = info.m_pid;
-  push_log(ERROR, "[ProcessMonitor]Process(%s) Pid(%ld) is not exist, call quit callback\n",
-           name.c_str(), pid);
+  push_log(ERROR, "[ProcessMonitor]Process(%s) Pid(%ld) is not exist, call quit callback\n", name.c_str(), pid);
   {
     const std::lock_guard<OS::TRecursiveMutex> lock(m_mutex);
     if (const auto entry = m_processes.extract(name)) {
       const int result = callQuitCallback(entry.mapped().m_quit_callback);
-      push_log(DEBUG, "[ProcessMonitor]Node Process(%s) Pid(%ld)  quit callback result:%d\n",
-               name.c_str(), pid, result);
+      push_log(DEBUG, "[ProcessMonitor]Node Process(%s) Pid(%ld)  quit callback result:%d\n", name.c_str(), pid,
+               result);
     }
   }
   m_changed = true;
@@ -107,8 +101,8 @@ void ProcessMonitor::checkChild(const std::string& name, const ProcessInfo& info
 
 void ProcessMonitor::checkOtherProcess(const std::string& name, const ProcessInfo& info) {
   if (isProcessExist(info.m_current_pid)) return;
-  push_log(ERROR, "[ProcessMonitor]Node Process(%s) Pid(%ld) is not exist, call quit callback.",
-           name.c_str(), static_cast<long>(info.m_pid));
+  push_log(ERROR, "[ProcessMonitor]Node Process(%s) Pid(%ld) is not exist, call quit callback.", name.c_str(),
+           static_cast<long>(info.m_pid));
   {
     const std::lock_guard<OS::TRecursiveMutex> lock(m_mutex);
     if (const auto entry = m_processes.extract(name)) {

@@ -193,9 +193,8 @@ void StartProcess::closePipe() {
   if ((readEnd & kInUse) == 0) closeEnd(readEnd);
 }
 
-int StartProcess::addProcess(const std::string& workDir, const std::string& envNames,
-                             const std::string& command, const std::string& password,
-                             bool needRoot) {
+int StartProcess::addProcess(const std::string& workDir, const std::string& envNames, const std::string& command,
+                             const std::string& password, bool needRoot) {
   const LaunchLine line = makeLaunchLine(workDir, envNames, command, needRoot);
   const pid_t pid = forkWithEmptyStdout();
   if (pid < 0) {

@@ -15,15 +15,13 @@ const std::string kWakeUp = "Stop Process!\n";
 
 }  // namespace
 
-Job::Job(std::string name, std::string command)
-    : m_name(std::move(name)), m_command(std::move(command)) {}
+Job::Job(std::string name, std::string command) : m_name(std::move(name)), m_command(std::move(command)) {}
 
 bool Job::start() {
   m_ending = false;
   m_started = std::chrono::steady_clock::now();
   m_process = std::make_unique<oxu::StartProcess>(
-      "", "", m_command, "", [this](const std::string& chunk) { capture(chunk); }, kChunkBytes,
-      false);
+      "", "", m_command, "", [this](const std::string& chunk) { capture(chunk); }, kChunkBytes, false);
   if (!m_process->isRunning()) {
     m_process.reset();
     return false;

@@ -75,11 +75,10 @@ Job* Supervisor::nextQuit() {
 }
 
 void Supervisor::printSummary() const {
-  std::printf("\n%-12s %8s %7s %8s %10s %9s\n", "name", "last pid", "starts", "lines", "bytes",
-              "ran");
+  std::printf("\n%-12s %8s %7s %8s %10s %9s\n", "name", "last pid", "starts", "lines", "bytes", "ran");
   for (const Job& job : m_jobs) {
-    std::printf("%-12s %8d %7d %8lu %10lu %7.1f s\n", job.name().c_str(), job.pid(), job.starts(),
-                job.lines(), job.bytes(), job.seconds());
+    std::printf("%-12s %8d %7d %8lu %10lu %7.1f s\n", job.name().c_str(), job.pid(), job.starts(), job.lines(),
+                job.bytes(), job.seconds());
   }
 }
 

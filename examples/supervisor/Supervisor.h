@@ -21,9 +21,7 @@ class Supervisor {
  public:
   explicit Supervisor(int restarts) : m_restarts(restarts) {}
 
-  void add(const std::string& name, const std::string& command) {
-    m_jobs.emplace_back(name, command);
-  }
+  void add(const std::string& name, const std::string& command) { m_jobs.emplace_back(name, command); }
 
   // Returns when no job is alive any more, which happens soon after stopRequested() has become
   // true.

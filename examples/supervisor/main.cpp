@@ -55,8 +55,7 @@ int main(int argc, char** argv) {
   int first = 1;
   int restarts = 0;
   if (argc > first && std::strcmp(argv[first], "--restart") == 0) {
-    if (argc < 3 || !parseCount(argv[2], restarts))
-      return usage(argv[0], "--restart takes a count");
+    if (argc < 3 || !parseCount(argv[2], restarts)) return usage(argv[0], "--restart takes a count");
     first = 3;
   }
   if (first == argc) return usage(argv[0], "no command given");
@@ -73,8 +72,7 @@ int main(int argc, char** argv) {
       if (equals == std::string::npos || name.empty() || name.size() > 64) {
         return usage(argv[0], "'" + argument + "' is not NAME=COMMAND");
       }
-      if (!names.insert(name).second)
-        return usage(argv[0], "two commands are called '" + name + "'");
+      if (!names.insert(name).second) return usage(argv[0], "two commands are called '" + name + "'");
       supervisor.add(name, argument.substr(equals + 1));
     }
     supervisor.run([] { return stopSignalled.exchange(false); });

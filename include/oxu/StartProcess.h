@@ -73,8 +73,8 @@ class OXU_EXPORT StartProcess {
 
   /// Forks and launches, into the pipe that the launching constructor made. Returns the child's
   /// process id, or -1 when the fork failed; the pipe is closed then, which ends the capture.
-  int addProcess(const std::string& workDir, const std::string& envNames,
-                 const std::string& command, const std::string& password, bool needRoot);
+  int addProcess(const std::string& workDir, const std::string& envNames, const std::string& command,
+                 const std::string& password, bool needRoot);
 
   /// The child's process id, which is also its group's; -1 until a launch succeeded.
   int pid() const { return m_pid; }

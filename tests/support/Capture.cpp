@@ -1,13 +1,8 @@
 #include "tests/support/Capture.h"
 
-#include <gtest/gtest.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdio>
-#include <thread>
 
 #include "oxu/CApi.h"
 
@@ -19,10 +14,11 @@ namespace support {
 
 namespace {
 const std::string kEndMark = "end of log ";
-}
+const std::string kReset = "\x1b[0m\n";
+}  // namespace
 
-bool eventually(const std::function<bool()>& condition, std::chrono::seconds timeout) {
-  const auto deadline = std::chrono::steady_clock::now() + timeout;
+bool eventually(const std::function<bool()>& condition) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
   while (!condition()) {
     if (std::chrono::steady_clock::now() > deadline) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
@@ -46,48 +42,40 @@ DescriptorCapture::~DescriptorCapture() {
 }
 
 std::string DescriptorCapture::text() const {
-  struct stat status {};
-  ::fstat(m_file, &status);
-  std::string text(static_cast<std::size_t>(status.st_size), '\0');
-  const ssize_t size = ::pread(m_file, text.data(), text.size(), 0);
-  text.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
+  std::string text(static_cast<std::size_t>(::lseek(m_file, 0, SEEK_END)), '\0');
+  text.resize(static_cast<std::size_t>(::pread(m_file, text.data(), text.size(), 0)));
   return text;
 }
 
-LogCapture::LogCapture() : m_stdout(STDOUT_FILENO) { install_log_task(); }
+bool DescriptorCapture::eventuallyContains(const std::string& part) const {
+  return eventually([&] { return text().find(part) != std::string::npos; });
+}
+
+LogCapture::LogCapture() : DescriptorCapture(STDOUT_FILENO) { install_log_task(); }
 
 LogCapture::~LogCapture() { uninstall_log_task(); }
 
 std::string LogCapture::messages() {
   static int calls = 0;
   const std::string last = kEndMark + std::to_string(++calls);
-  while (!push_log(oxu::INFO, "%s", last.c_str())) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  eventually([&] { return m_stdout.text().find(last + "\x1b[0m\n") != std::string::npos; });
-
+  eventually([&] { return push_log(oxu::INFO, "%s", last.c_str()); });
+  eventuallyContains(last + kReset);
   // A line is COLOUR TAG [STAMP]  MESSAGE RESET.
-  const std::string text = m_stdout.text();
-  const std::string reset = "\x1b[0m\n";
+  const std::string text = this->text();
   std::string messages;
-  for (std::size_t begin = 0, end; (end = text.find(reset, begin)) != std::string::npos;
-       begin = end + reset.size()) {
-    // What the host itself printed in between comes first.
-    messages += text.substr(begin, text.find('\x1b', begin) - begin);
-    const std::size_t tag = text.find('m', begin) + 1;
+  for (std::size_t begin = 0, end; (end = text.find(kReset, begin)) != std::string::npos; begin = end + kReset.size()) {
+    const std::size_t colour = text.find('\x1b', begin);
+    const std::size_t tag = text.find('m', colour) + 1;
     const std::size_t stamp = text.find(" [", tag);
     const std::size_t message = text.find("]  ", stamp) + 3;
+    messages += text.substr(begin, colour - begin);
     if (text.compare(message, kEndMark.size(), kEndMark) == 0) continue;
     messages += text.substr(tag, stamp - tag) + " " + text.substr(message, end - message) + "\n";
   }
   return messages;
 }
 
-bool LogCapture::eventuallyContains(const std::string& text) {
-  return eventually([&] { return m_stdout.text().find(text) != std::string::npos; });
-}
-
-void SharedText::operator+=(const std::string& text) {
+void SharedText::append(const std::string& text) {
   const std::lock_guard<std::mutex> lock(m_mutex);
   m_text += text;
 }

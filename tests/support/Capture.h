@@ -1,17 +1,25 @@
-// Captures what goes to a descriptor, whoever writes it, and what the logger prints.
+// What every test file uses: the framework, and the capture of a descriptor, of the logger and of a child.
 #ifndef TESTS_SUPPORT_CAPTURE_H
 #define TESTS_SUPPORT_CAPTURE_H
 
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <functional>
 #include <mutex>
 #include <string>
+#include <thread>
+#include <vector>
 
 namespace support {
 
 // True as soon as the condition holds; false after a time-out that only a hanging program reaches.
-bool eventually(const std::function<bool()>& condition,
-                std::chrono::seconds timeout = std::chrono::seconds(30));
+bool eventually(const std::function<bool()>& condition);
 
 // While it lives, descriptor `fd` leads into a temporary file without a name.
 class DescriptorCapture {
@@ -22,6 +30,7 @@ class DescriptorCapture {
   DescriptorCapture& operator=(const DescriptorCapture&) = delete;
 
   std::string text() const;
+  bool eventuallyContains(const std::string& text) const;
 
  private:
   int m_fd;
@@ -29,24 +38,21 @@ class DescriptorCapture {
   int m_file;
 };
 
-// An installed logger whose lines are captured.
-class LogCapture {
+// An installed logger, and its output.
+class LogCapture : public DescriptorCapture {
  public:
   LogCapture();
   ~LogCapture();
 
-  // The lines so far, all that was pushed before included: tag, blank, message, line feed.
+  // All that was pushed before: tag, blank, message and line feed of each record. What the host itself
+  // printed stands in front of the record that followed.
   std::string messages();
-  bool eventuallyContains(const std::string& text);
-
- private:
-  DescriptorCapture m_stdout;
 };
 
-// A text that threads append to and a test waits for. Usable as an output callback.
+// A text that one thread appends to and another waits for.
 class SharedText {
  public:
-  void operator+=(const std::string& text);
+  void append(const std::string& text);
   std::string get() const;
   bool eventuallyContains(const std::string& text) const;
 
@@ -55,8 +61,7 @@ class SharedText {
   std::string m_text;
 };
 
-// Runs `body` in a forked child with a watchdog, and returns its wait status; the child exits with
-// 0 when the body returns true, with 1 when it returns false.
+// Runs `body` in a forked child with a watchdog, and returns its wait status: 0 when the body returns true.
 int statusOfChild(const std::function<bool()>& body);
 
 }  // namespace support

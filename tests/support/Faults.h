@@ -2,8 +2,6 @@
 #ifndef TESTS_SUPPORT_FAULTS_H
 #define TESTS_SUPPORT_FAULTS_H
 
-#include <atomic>
-
 namespace faults {
 
 constexpr int kEveryTime = -1;
@@ -27,8 +25,8 @@ enum Call {
   kCallCount
 };
 
-// While it lives, `call` fails with `error`, as often as `times` says. `argument` narrows that down
-// to one command (fcntl), process id (setpgid, waitpid) or target (dup2).
+// While it lives, `call` fails with `error`, as often as `times` says; fcntl and dup2 only for one command
+// or target where `argument` names it.
 class Fault {
  public:
   Fault(Call call, int error, int times = kEveryTime, int argument = kAnyArgument);
