@@ -35,7 +35,7 @@ CLog::CLog()
       m_thread(0),
       m_interval(kIdlePauseNs),
       m_converted_second(std::numeric_limits<std::int64_t>::min()),
-      m_local_time() {
+      m_second_text() {
   os_thread_create(&m_thread, _coreThread, this, kCoreThreadPriority, 0);
 }
 
@@ -70,25 +70,26 @@ void* CLog::_coreThread(void* log) {
 }
 
 void CLog::_printLog(LogItem& item) {
-  const std::tm& time = localTimeOf(item.seconds);
   char stamp[64] = {};
-  std::snprintf(stamp, sizeof stamp, "[%04d-%02d-%02d %02d:%02d:%02d.%03d] ", time.tm_year + 1900, time.tm_mon + 1,
-                time.tm_mday, time.tm_hour, time.tm_min, time.tm_sec, static_cast<int>(item.milliseconds));
+  std::snprintf(stamp, sizeof stamp, "%s%03d] ", secondText(item.seconds), static_cast<int>(item.milliseconds));
   std::printf("%s %s %s\x1b[0m\n", _levelStr(item.level), stamp, item.text);
   std::fflush(stdout);
 }
 
-// The C library looks at the time zone's file at each conversion (a system call), so a second is
-// converted once and not once per record. tzset keeps up with a zone that changes while the host
-// runs.
-const std::tm& CLog::localTimeOf(std::int64_t seconds) {
-  if (seconds == m_converted_second) return m_local_time;
+// "[YYYY-MM-DD hh:mm:ss." in local time. The C library looks at the time zone's file at each conversion, a
+// system call, so a second is converted once and not once per record. tzset keeps up with a zone that changes
+// while the host runs.
+const char* CLog::secondText(std::int64_t seconds) {
+  if (seconds == m_converted_second && m_second_text[0] != '\0') return m_second_text;
   const std::time_t time = seconds;
+  std::tm local{};
   ::tzset();
-  // A second that no calendar year of an int holds cannot be converted and is printed as zeros.
-  if (::localtime_r(&time, &m_local_time) == nullptr) m_local_time = {};
+  // A second beyond the years that an int holds cannot be converted, and is printed as zeros.
+  if (::localtime_r(&time, &local) == nullptr) local = {};
+  std::snprintf(m_second_text, sizeof m_second_text, "[%04ld-%02d-%02d %02d:%02d:%02d.", local.tm_year + 1900L,
+                local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
   m_converted_second = seconds;
-  return m_local_time;
+  return m_second_text;
 }
 
 const char* CLog::_levelStr(LogLevel level) {

@@ -44,7 +44,7 @@ class CLog {
   static void* _coreThread(void* log);
   static const char* _levelStr(LogLevel level);
   void _printLog(LogItem& item);
-  const std::tm& localTimeOf(std::int64_t seconds);
+  const char* secondText(std::int64_t seconds);
 
   static std::atomic<CLog*> m_pInstance;
 
@@ -54,9 +54,9 @@ class CLog {
   os_thread_handle m_thread;
   std::int32_t m_interval;  // nanoseconds
 
-  // The core thread's alone: the last second that was converted.
+  // The core thread's alone: the second converted last, and the front part of its time stamps.
   std::int64_t m_converted_second;
-  std::tm m_local_time;
+  char m_second_text[48];
 };
 
 }  // namespace oxu

@@ -96,7 +96,7 @@ TEST(Logger, PrintsTagTimeAndTextOfEachLevel) {
       {3, -30641762700, 0, "%s", "\x1b[33mWARNING [0999-01-01 05:00:00.000]  %s\x1b[0m\n"},
       {4, 1706688310, 0, "e", "\x1b[31mERROR [2024-01-31 13:50:10.000]  e\x1b[0m\n"},
       {7, 1706688310, 1, "seven", " [2024-01-31 13:50:10.001]  seven\x1b[0m\n"},
-      {-1, INT64_MAX, 0, "late", " [1900-01-00 00:00:00.000]  late\x1b[0m\n"},
+      {-1, INT64_MIN, 0, "late", " [1900-01-00 00:00:00.000]  late\x1b[0m\n"},
   };
   support::LogCapture log;
   std::string expected;
