@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <set>
+#include <map>
 #include <string>
 #include <thread>
 
@@ -15,6 +15,7 @@
 namespace {
 
 constexpr int kExitUsage = 2;
+constexpr std::size_t kLongestName = 64;
 
 std::atomic<bool> stopSignalled{false};
 
@@ -58,23 +59,25 @@ int main(int argc, char** argv) {
     if (argc < 3 || !parseCount(argv[2], restarts)) return usage(argv[0], "--restart takes a count");
     first = 3;
   }
-  if (first == argc) return usage(argv[0], "no command given");
+  std::map<std::string, std::string> commands;
+  for (int i = first; i < argc; ++i) {
+    const std::string argument = argv[i];
+    const std::size_t equals = argument.find('=');
+    const std::string name = argument.substr(0, equals);
+    if (equals == std::string::npos || name.empty() || name.size() > kLongestName) {
+      return usage(argv[0], "'" + argument + "' is not NAME=COMMAND");
+    }
+    if (!commands.emplace(name, argument.substr(equals + 1)).second) {
+      return usage(argv[0], "two commands are called '" + name + "'");
+    }
+  }
+  if (commands.empty()) return usage(argv[0], "no command given");
 
   install_log_task();
   catchStopSignals();
   {
     supervisor::Supervisor supervisor(restarts);
-    std::set<std::string> names;
-    for (int i = first; i < argc; ++i) {
-      const std::string argument = argv[i];
-      const std::size_t equals = argument.find('=');
-      const std::string name = argument.substr(0, equals);
-      if (equals == std::string::npos || name.empty() || name.size() > 64) {
-        return usage(argv[0], "'" + argument + "' is not NAME=COMMAND");
-      }
-      if (!names.insert(name).second) return usage(argv[0], "two commands are called '" + name + "'");
-      supervisor.add(name, argument.substr(equals + 1));
-    }
+    for (const auto& [name, command] : commands) supervisor.add(name, command);
     supervisor.run([] { return stopSignalled.exchange(false); });
     letTheLoggerFinish();
     supervisor.printSummary();
