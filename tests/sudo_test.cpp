@@ -41,16 +41,17 @@ TEST(RootPrivilege, IsObtainedWithTheRightPasswordAndOnlyWithThat) {
   const ThrowAwaySudoer user;
   if (!user.create()) GTEST_SKIP() << "no user with a sudoers entry can be made here";
   ::setenv("OXU_KEPT", "kept", 1);
-  for (const auto& [password, expected] : {std::pair(std::string("wrong"), "try again"), {kPassword, "0\n<kept>"}}) {
+  for (const auto& row : {std::pair(std::string("wrong"), "try again"), {kPassword, "0\n<kept>"}}) {
     EXPECT_EQ(support::statusOfChild([&] {
+                if (!user.become()) return false;
                 support::SharedText output;
                 const oxu::StartProcess process(
-                    user.become() ? "" : "/none", "", "id -u;printf '<%s>' $OXU_KEPT", password,
+                    "", "", "id -u;printf '<%s>' $OXU_KEPT", row.first,
                     [&](const std::string& chunk) { output.append(chunk); }, 4096, true);
-                return output.eventuallyContains(expected) && ::waitpid(process.pid(), nullptr, 0) > 0;
+                return output.eventuallyContains(row.second) && ::waitpid(process.pid(), nullptr, 0) > 0;
               }),
               0)
-        << password;
+        << row.first;
   }
   EXPECT_EQ(support::statusOfChild([&] {
               if (!user.become()) return false;

@@ -5,9 +5,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <map>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "Supervisor.h"
 #include "oxu/CApi.h"
@@ -59,7 +60,7 @@ int main(int argc, char** argv) {
     if (argc < 3 || !parseCount(argv[2], restarts)) return usage(argv[0], "--restart takes a count");
     first = 3;
   }
-  std::map<std::string, std::string> commands;
+  std::vector<std::pair<std::string, std::string>> commands;
   for (int i = first; i < argc; ++i) {
     const std::string argument = argv[i];
     const std::size_t equals = argument.find('=');
@@ -67,9 +68,10 @@ int main(int argc, char** argv) {
     if (equals == std::string::npos || name.empty() || name.size() > kLongestName) {
       return usage(argv[0], "'" + argument + "' is not NAME=COMMAND");
     }
-    if (!commands.emplace(name, argument.substr(equals + 1)).second) {
-      return usage(argv[0], "two commands are called '" + name + "'");
+    for (const auto& command : commands) {
+      if (command.first == name) return usage(argv[0], "two commands are called '" + name + "'");
     }
+    commands.emplace_back(name, argument.substr(equals + 1));
   }
   if (commands.empty()) return usage(argv[0], "no command given");
 
