@@ -10,9 +10,8 @@
 
 namespace oxu {
 
-// Copied into and out of the ring as one block, so the layout is fixed. A new record has its level;
-// the other fields are written by whoever fills it, since clearing a kilobyte per record would cost
-// more than the rest of a push.
+// Copied into and out of the ring as one block, so the layout is fixed. A new record has its level; the other
+// fields are written by whoever fills it: clearing a kilobyte would add half to the cost of a push into the ring.
 struct LogItem {
   LogItem() : level(INFO) {}
 

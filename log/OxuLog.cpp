@@ -1,6 +1,11 @@
 #include "log/OxuLog.h"
 
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
 #include <cstdio>
+#include <ctime>
 #include <limits>
 #include <new>
 
@@ -35,7 +40,8 @@ CLog::CLog()
       m_thread(0),
       m_interval(kIdlePauseNs),
       m_converted_second(std::numeric_limits<std::int64_t>::min()),
-      m_second_text() {
+      m_second_text(),
+      m_console_blocks(true) {
   os_thread_create(&m_thread, _coreThread, this, kCoreThreadPriority, 0);
 }
 
@@ -70,26 +76,35 @@ void* CLog::_coreThread(void* log) {
 }
 
 void CLog::_printLog(LogItem& item) {
+  if (item.seconds != m_converted_second || m_second_text[0] == '\0') startSecond(item.seconds);
+  if (!m_console_blocks) waitForConsole();
   char stamp[64] = {};
-  std::snprintf(stamp, sizeof stamp, "%s%03d] ", secondText(item.seconds), static_cast<int>(item.milliseconds));
+  std::snprintf(stamp, sizeof stamp, "%s%03d] ", m_second_text, static_cast<int>(item.milliseconds));
   std::printf("%s %s %s\x1b[0m\n", _levelStr(item.level), stamp, item.text);
   std::fflush(stdout);
 }
 
-// "[YYYY-MM-DD hh:mm:ss." in local time. The C library looks at the time zone's file at each conversion, a
-// system call, so a second is converted once and not once per record. tzset keeps up with a zone that changes
-// while the host runs.
-const char* CLog::secondText(std::int64_t seconds) {
-  if (seconds == m_converted_second && m_second_text[0] != '\0') return m_second_text;
+// What need not be found out for each record is found out for each second of log time. The text is that of
+// localtime, which makes a system call or two to keep up with a changed time zone.
+void CLog::startSecond(std::int64_t seconds) {
   const std::time_t time = seconds;
   std::tm local{};
   ::tzset();
-  // A second beyond the years that an int holds cannot be converted, and is printed as zeros.
+  // A second beyond the years that an int holds cannot be converted, and counts as the start of 1900.
   if (::localtime_r(&time, &local) == nullptr) local = {};
   std::snprintf(m_second_text, sizeof m_second_text, "[%04ld-%02d-%02d %02d:%02d:%02d.", local.tm_year + 1900L,
                 local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
   m_converted_second = seconds;
-  return m_second_text;
+  const int flags = ::fcntl(STDOUT_FILENO, F_GETFL);
+  m_console_blocks = flags == -1 || (flags & O_NONBLOCK) == 0;
+}
+
+// A standard output that does not block, such as that of a command launched by this library, refuses what it has
+// no room for, and stdio drops what is refused. A pipe with room takes a whole line.
+void CLog::waitForConsole() const {
+  pollfd console{STDOUT_FILENO, POLLOUT, 0};
+  while (m_running && ::poll(&console, 1, m_interval / kNanosecondsPerMillisecond) == 0) {
+  }
 }
 
 const char* CLog::_levelStr(LogLevel level) {

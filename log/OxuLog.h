@@ -7,7 +7,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <ctime>
 
 #include "log/LogItem.h"
 #include "log/RingBuffer.h"
@@ -44,7 +43,8 @@ class CLog {
   static void* _coreThread(void* log);
   static const char* _levelStr(LogLevel level);
   void _printLog(LogItem& item);
-  const char* secondText(std::int64_t seconds);
+  void startSecond(std::int64_t seconds);
+  void waitForConsole() const;
 
   static std::atomic<CLog*> m_pInstance;
 
@@ -54,9 +54,11 @@ class CLog {
   os_thread_handle m_thread;
   std::int32_t m_interval;  // nanoseconds
 
-  // The core thread's alone: the second converted last, and the front part of its time stamps.
+  // The core thread's alone: the second converted last, the front part of its time stamps, and whether standard
+  // output was a blocking one at its start.
   std::int64_t m_converted_second;
   char m_second_text[48];
+  bool m_console_blocks;
 };
 
 }  // namespace oxu

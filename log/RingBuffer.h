@@ -1,13 +1,14 @@
 // A bounded lock-free ring of fixed-size records for any number of producers.
 //
-// | storage | push                      | pop                          |
-// |---------|---------------------------|------------------------------|
-// | present | false only when it is full | false only when it is empty |
-// | none    | false                     | false                        |
+// | storage | push                       | pop                                       |
+// |---------|----------------------------|-------------------------------------------|
+// | present | false only when it is full | false only when no committed record waits |
+// | none    | false                      | false                                     |
 //
-// push may be called from any number of threads at once, pop from one thread; neither waits for
-// room or for records. A push waits only for producers that reserved a slot before it and are still
-// copying. The owner destroys the ring when no thread uses it any more; records in it are dropped.
+// push may be called from any number of threads at once, pop from one thread; neither waits for room or for
+// records. A push waits only for producers that reserved a slot before it and are still copying, so in a forked
+// child, which has none of the other producers, it may wait for ever. The owner destroys the ring when no thread
+// uses it any more; records in it are dropped.
 #ifndef LOG_RINGBUFFER_H
 #define LOG_RINGBUFFER_H
 
@@ -24,12 +25,11 @@
 
 // The start of the storage block; the records follow it.
 //
-// Invariants. The indices only grow, by one at a time; a slot's position is its number masked with
-// capacity - 1.
+// Invariants. The indices only grow, by one at a time; a slot's position is its number masked with capacity - 1.
 //   I1  readIndex <= commitIndex <= reserveIndex
-//   I2  reserveIndex - readIndex <= capacity - 1: one slot stays empty, which tells full from
-//   empty. I3  Slots from readIndex up to commitIndex hold whole records, which nobody changes. I4
-//   Slots from commitIndex up to reserveIndex belong each to the producer that reserved it.
+//   I2  reserveIndex - readIndex <= capacity - 1: one slot stays empty, which tells full from empty.
+//   I3  Slots from readIndex up to commitIndex hold whole records, which nobody changes.
+//   I4  Slots from commitIndex up to reserveIndex belong each to the producer that reserved it.
 struct RingHeader {
   std::uint64_t count;  // committed and not yet taken, for observers; no decision reads it
   std::uint64_t capacity;

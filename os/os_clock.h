@@ -18,8 +18,8 @@ bool os_clock_get_time(int clock, os_clock_time* time, int mode);
 // Carries whole seconds out of the nanosecond field, which is 0 to 999999999 afterwards.
 void os_clock_adjust_clock_time(os_clock_time* time);
 
-// Sleeps until the monotonic clock reaches `time` (mode 1, an absolute deadline). Signals do not
-// shorten the sleep. False when `time` is not normalised.
+// Sleeps until the monotonic clock reaches `time` (mode 1, an absolute deadline). Neither signals nor a request
+// to cancel the thread shorten the sleep. False when `time` is not normalised.
 bool os_clock_nano_sleep(const os_clock_time* time, int mode);
 
 #endif

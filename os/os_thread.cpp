@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include <cerrno>
 #include <memory>
 #include <new>
 
@@ -11,27 +12,25 @@ namespace {
 
 enum class State {
   kRunning,
-  kClaimed,  // somebody is in os_thread_join, and joins it natively
-  kEnded,    // its function has returned; it stands in lastEnded
-  kReaping,  // its successor in lastEnded joins it natively
-  kReaped,   // the native thread is gone
+  kEnded,    // its function has returned; it stands in the list of ended threads
+  kClaimed,  // os_thread_join joins it natively
+  kReaped,   // it was joined natively, and its stack is gone
 };
 
 struct Thread {
   os_thread_function function;
   void* argument;
   void* result;
-  pthread_t id;
-  State state;  // guarded by mutex
+  pthread_t id;  // this and what follows: guarded by the mutex
+  State state;
+  Thread* next;
 };
 
-// Invariant: of all threads that have ended and were not asked for by os_thread_join, only
-// lastEnded is not joined natively yet. Each thread that ends takes its predecessor's place and
-// joins it, so a host that leaves thousands of ended threads unjoined keeps one stack for them, not
-// thousands.
+// The native thread of an ended one holds its stack until it is joined. A host may leave thousands of ended
+// threads unjoined, so each thread that starts or ends joins those in this list that are gone by then; it
+// never waits for one. What is left in the list are threads on their last few instructions.
 pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-pthread_cond_t reaped = PTHREAD_COND_INITIALIZER;
-Thread* lastEnded = nullptr;  // guarded by mutex
+Thread* ended = nullptr;
 
 thread_local Thread* current = nullptr;
 
@@ -43,39 +42,56 @@ class Lock {
   Lock& operator=(const Lock&) = delete;
 };
 
-// Puts an ended thread into lastEnded and returns the one that stood there, null if none; also null
-// when the thread is being joined already and needs no successor.
-Thread* replaceLastEnded(Thread* thread) {
-  const Lock lock;
-  if (thread->state != State::kRunning) return nullptr;
-  Thread* predecessor = lastEnded;
-  if (predecessor != nullptr) predecessor->state = State::kReaping;
-  thread->state = State::kEnded;
-  lastEnded = thread;
-  return predecessor;
+// The caller holds the mutex.
+void reapEnded() {
+  for (Thread** at = &ended; *at != nullptr;) {
+    Thread* thread = *at;
+    if (::pthread_tryjoin_np(thread->id, nullptr) == EBUSY) {
+      at = &thread->next;
+      continue;
+    }
+    *at = thread->next;
+    thread->state = State::kReaped;
+  }
 }
 
-void reap(Thread* thread) {
-  ::pthread_join(thread->id, nullptr);
-  const Lock lock;
-  thread->state = State::kReaped;
-  ::pthread_cond_broadcast(&reaped);
-}
+// Lists the thread when its function returns, or leaves by pthread_exit.
+class EndOfThread {
+ public:
+  explicit EndOfThread(Thread* thread) : m_thread(thread) {}
+  ~EndOfThread() {
+    const Lock lock;
+    reapEnded();
+    if (m_thread->state != State::kRunning) return;
+    m_thread->state = State::kEnded;
+    m_thread->id = ::pthread_self();
+    m_thread->next = ended;
+    ended = m_thread;
+  }
+  EndOfThread(const EndOfThread&) = delete;
+  EndOfThread& operator=(const EndOfThread&) = delete;
+
+ private:
+  Thread* m_thread;
+};
 
 void* run(void* argument) {
   auto* thread = static_cast<Thread*>(argument);
+  const EndOfThread end(thread);
   current = thread;
   thread->result = thread->function(thread->argument);
-  if (Thread* predecessor = replaceLastEnded(thread)) reap(predecessor);
   return nullptr;
 }
 
-// True when the caller has to join the thread natively, false when its successor has done so.
+// True when the caller has to join the thread natively, false when that is done.
 bool claim(Thread* thread) {
   const Lock lock;
-  while (thread->state == State::kReaping) ::pthread_cond_wait(&reaped, &mutex);
   if (thread->state == State::kReaped) return false;
-  if (lastEnded == thread) lastEnded = nullptr;
+  for (Thread** at = &ended; *at != nullptr; at = &(*at)->next) {
+    if (*at != thread) continue;
+    *at = thread->next;
+    break;
+  }
   thread->state = State::kClaimed;
   return true;
 }
@@ -84,8 +100,12 @@ bool claim(Thread* thread) {
 
 bool os_thread_create(os_thread_handle* handle, os_thread_function function, void* argument, int /*priority*/,
                       int /*option*/) {
-  std::unique_ptr<Thread> thread(new (std::nothrow) Thread{function, argument, nullptr, {}, State::kRunning});
-  if (!thread || ::pthread_create(&thread->id, nullptr, run, thread.get()) != 0) return false;
+  std::unique_ptr<Thread> thread(new (std::nothrow) Thread{function, argument, nullptr, {}, State::kRunning, nullptr});
+  pthread_t id{};
+  if (!thread || ::pthread_create(&id, nullptr, run, thread.get()) != 0) return false;
+  const Lock lock;
+  reapEnded();
+  thread->id = id;
   *handle = reinterpret_cast<os_thread_handle>(thread.release());
   return true;
 }
@@ -93,7 +113,7 @@ bool os_thread_create(os_thread_handle* handle, os_thread_function function, voi
 bool os_thread_join(os_thread_handle handle, void** result) {
   auto* thread = reinterpret_cast<Thread*>(handle);
   if (thread == nullptr || thread == current) return false;
-  if (claim(thread)) ::pthread_join(thread->id, nullptr);
+  if (claim(thread) && ::pthread_join(thread->id, nullptr) != 0) return false;
   if (result != nullptr) *result = thread->result;
   delete thread;
   return true;

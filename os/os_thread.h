@@ -11,13 +11,13 @@ using os_thread_function = void* (*)(void*);
 // handle left as it was, when no thread can be started. Priority and option are accepted and
 // ignored.
 //
-// Every handle is joined exactly once. A thread that has ended costs a small record until then: its
-// stack is released when the next thread ends, at the latest.
+// Every handle is joined exactly once. A thread that has ended costs a small record until then: its stack
+// goes when the next thread starts or ends.
 bool os_thread_create(os_thread_handle* handle, os_thread_function function, void* argument, int priority, int option);
 
-// Waits until the thread has ended, its thread-local objects destroyed, and releases the handle.
-// With `result` not null, what the thread's function returned is stored there. False at once for a
-// thread that joins itself, and for handle 0.
+// Waits until the thread has ended, its thread-local objects destroyed, and releases the handle. With `result`
+// not null, what the thread's function returned is stored there. False at once for a thread that joins itself,
+// and for handle 0.
 bool os_thread_join(os_thread_handle handle, void** result);
 
 // Sleeps for `milliseconds`, whatever signals arrive meanwhile.

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <sys/time.h>
 
 #include <ctime>
@@ -208,31 +209,36 @@ TEST(Logger, SurvivesAStandardOutputWhoseReaderHasGone) {
             }));
 }
 
-// Without SA_RESTART, a handler on the printing thread would cut a waiting write short.
+// Without SA_RESTART, a handler on the printing thread would cut a waiting write short; a console that does not
+// block would refuse lines.
 TEST(Logger, KeepsLinesWholeWhileSignalsArriveAndTheConsoleIsSlow) {
-  EXPECT_EQ(0, statusWithPipe([](int readEnd) {
-              struct sigaction action {};
-              action.sa_handler = [](int) {};
-              ::sigaction(SIGALRM, &action, nullptr);
-              install_log_task();
-              // From now on only the logger's thread could take the signal.
-              sigset_t alarms;
-              sigemptyset(&alarms);
-              sigaddset(&alarms, SIGALRM);
-              ::pthread_sigmask(SIG_BLOCK, &alarms, nullptr);
-              const itimerval every{{0, 500}, {0, 500}};
-              ::setitimer(ITIMER_REAL, &every, nullptr);
-              const std::string text(1000, 't');
-              for (int i = 0; i < 100; ++i) push_log(oxu::TEST, "%s", text.c_str());
-              std::string received;
-              for (char buffer[1500]; received.size() < 100 * (text.size() + 42); ::usleep(1000)) {
-                const ssize_t size = ::read(readEnd, buffer, sizeof buffer);
-                if (size > 0) received.append(buffer, static_cast<std::size_t>(size));
-              }
-              int whole = 0;
-              for (std::size_t at = 0; (at = received.find(text + "\x1b[0m\n", at)) != std::string::npos; ++at) ++whole;
-              return whole == 100;
-            }));
+  for (const int flags : {0, O_NONBLOCK}) {
+    EXPECT_EQ(0, statusWithPipe([flags](int readEnd) {
+                ::fcntl(STDOUT_FILENO, F_SETFL, flags);
+                struct sigaction action {};
+                action.sa_handler = [](int) {};
+                ::sigaction(SIGALRM, &action, nullptr);
+                install_log_task();
+                // From now on only the logger's thread could take the signal.
+                sigset_t alarms;
+                sigemptyset(&alarms);
+                sigaddset(&alarms, SIGALRM);
+                ::pthread_sigmask(SIG_BLOCK, &alarms, nullptr);
+                const itimerval every{{0, 500}, {0, 500}};
+                ::setitimer(ITIMER_REAL, &every, nullptr);
+                const std::string text(1000, 't');
+                for (int i = 0; i < 100; ++i) push_log(oxu::TEST, "%s", text.c_str());
+                std::string received;
+                for (char buffer[1500]; received.size() < 100 * (text.size() + 42); ::usleep(1000)) {
+                  const ssize_t size = ::read(readEnd, buffer, sizeof buffer);
+                  if (size > 0) received.append(buffer, static_cast<std::size_t>(size));
+                }
+                int whole = 0;
+                for (std::size_t at = 0; (at = received.find(text + "\x1b[0m\n", at)) != std::string::npos; ++at)
+                  ++whole;
+                return whole == 100;
+              }));
+  }
 }
 
 }  // namespace

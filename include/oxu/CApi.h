@@ -5,22 +5,26 @@
  *
  *     TAG [YYYY-MM-DD hh:mm:ss.mmm]  MESSAGE
  *
- * with the tag coloured by level and the time of the push_log call in the local time zone. It holds
- * up to 127 records that wait for the console; a record that finds no room is refused, never waited
- * for.
+ * with the tag coloured by level and the time of the push_log call in the local time zone. It holds up to 127
+ * records that wait for the console; a record that finds no room is refused, never waited for.
  *
- * | state of the logger | install_log_task | push_log                    | get_log_level |
- * set_log_level | uninstall_log_task |
- * |---------------------|------------------|-----------------------------|---------------|---------------|--------------------|
- * | not installed       | starts it        | false                       | 2             | no
- * effect     | no effect          | | installed           | no effect        | true, or false when
- * refused | the level     | stores it     | stops it           |
+ * | call               | while not installed | while installed                   |
+ * |--------------------|---------------------|-----------------------------------|
+ * | install_log_task   | starts the logger   | no effect                         |
+ * | push_log           | false               | true; false for a refused record  |
+ * | set_log_level      | no effect           | stores the level                  |
+ * | get_log_level      | 2                   | the stored level                  |
+ * | uninstall_log_task | no effect           | stops the logger                  |
  *
- * Threads: push_log, set_log_level and get_log_level may be called from any thread at any time
- * while the logger is installed; they take no lock. None of them may be called from a signal
- * handler. install_log_task and uninstall_log_task are called from one thread while no other thread
- * logs; the threads of StartProcess and ProcessMonitor objects log, so such objects end before the
- * logger does. A forked child has no printing thread: what it pushes is never printed.
+ * Threads: push_log, set_log_level and get_log_level may be called from any thread at any time while the logger
+ * is installed; they take no lock. None of them may be called from a signal handler. install_log_task and
+ * uninstall_log_task are called from one thread while no other thread logs; the threads of StartProcess and
+ * ProcessMonitor objects log, so such objects end before the logger does. The logger's thread takes no signals
+ * but those of its own faults. It reads TZ once a second: a host that changes its environment while the logger
+ * is installed races with that, as with any other reader.
+ *
+ * A forked child has no printing thread and must not call push_log, which might wait for a producer that exists
+ * only in its parent.
  */
 #ifndef OXU_CAPI_H
 #define OXU_CAPI_H
@@ -37,8 +41,8 @@ extern "C" {
 OXU_EXPORT void install_log_task(void);
 
 /**
- * Stops the logger. Returns once the record that is being printed is out; records that still wait
- * are discarded.
+ * Stops the logger. Returns once the record that is being printed is out, which takes as long as the console
+ * blocks; records that still wait are discarded.
  */
 OXU_EXPORT void uninstall_log_task(void);
 
@@ -55,9 +59,9 @@ OXU_EXPORT int get_log_level(void);
  * Formats one record as printf does and queues it. `level` is 0 TEST, 1 DEBUG, 2 INFO, 3 WARNING or
  * 4 ERROR; any other value is printed with an empty tag. The line feed is added by the logger.
  *
- * Returns true when the record was queued. Returns false, having printed nothing, when the message
- * has 1023 bytes or more or cannot be formatted, when no logger is installed, and when 127 records
- * wait.
+ * Returns true when the record was queued. Returns false, having printed nothing, when the message has 1023
+ * bytes or more or cannot be formatted, when no logger is installed, when 127 records wait, and when there was no
+ * memory for the logger's ring.
  */
 OXU_EXPORT bool push_log(int level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 

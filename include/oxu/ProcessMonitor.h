@@ -1,22 +1,21 @@
 /// Watches processes by name and calls a quit callback for each one that has gone.
 ///
-/// | call                  | name not in the table | name in the table |
-/// |-----------------------|-----------------------|-------------------------------------------------|
-/// | addProcess            | adds the entry        | replaces it | | updateProcess         | adds
-/// the entry        | watches the new pid; own pid and callback stay  | | the process has gone  |
-/// | removes the entry, then calls its quit callback | | ~ProcessMonitor       | | drops it,
-/// without a call                        |
+/// | event                | name not in the table | name in the table                               |
+/// |----------------------|-----------------------|-------------------------------------------------|
+/// | addProcess           | adds the entry        | replaces it                                     |
+/// | updateProcess        | adds the entry        | watches the new pid; own pid and callback stay  |
+/// | the process has gone |                       | removes the entry, then calls its quit callback |
+/// | ~ProcessMonitor      |                       | drops it, without a call                        |
 ///
-/// Two kinds of entries. Where both pids of a ProcessInfo are the same, the process is a child of
-/// the host, and the monitor reaps it; a child that is stopped by a signal counts as gone. After
-/// updateProcess (or setPid) has made them differ, the process is any other one, looked up in
-/// /proc; when it has gone, the entry's own pid is reaped.
+/// Two kinds of entries. Where both pids of a ProcessInfo are the same, the process is a child of the host, and
+/// the monitor reaps it; a child that is stopped by a signal counts as gone. After updateProcess (or setPid) has
+/// made them differ, the process is any other one, looked up in /proc; when it has gone, the entry's own pid is
+/// reaped.
 ///
-/// Threads: addProcess and updateProcess may be called from any thread. Quit callbacks run one at a
-/// time on the monitor's thread, at most about 200 milliseconds after the process ended. A callback
-/// may call addProcess and updateProcess, to register its own name again as well. It must not
-/// throw, not destroy the monitor, and not wait for a thread that calls the monitor, since it runs
-/// with the monitor's mutex held.
+/// Threads: addProcess and updateProcess may be called from any thread. Quit callbacks run one at a time on the
+/// monitor's thread, at most about 200 milliseconds after the process ended. A callback may call addProcess and
+/// updateProcess, to register its own name again as well. It must not throw, not destroy the monitor, and not
+/// wait for a thread that calls the monitor, since it runs with the monitor's mutex held.
 #ifndef OXU_PROCESSMONITOR_H
 #define OXU_PROCESSMONITOR_H
 

@@ -1,24 +1,23 @@
-/// Launches a shell command line as a child in a process group of its own, captures what it writes,
-/// and kills process groups.
+/// Launches a shell command line as a child in a process group of its own, captures what it writes, and kills
+/// process groups.
 ///
-/// | state      | reached by                          | pid() | isRunning() | destructor |
-/// |------------|-------------------------------------|-------|-------------|------------------------|
-/// | idle       | default construction, failed pipe   | -1    | false       | returns at once | |
-/// running    | successful launch                   | child | true        | joins the reader | |
-/// not forked | launching construction, failed fork | -1    | false       | joins the ended reader
-/// |
+/// | state      | reached by                          | pid() | isRunning() | destructor                   |
+/// |------------|-------------------------------------|-------|-------------|------------------------------|
+/// | idle       | default construction, failed pipe   | -1    | false       | returns at once              |
+/// | running    | successful launch                   | child | true        | ends the reader thread       |
+/// | not forked | launching construction, failed fork | -1    | false       | waits for the reader to end  |
 ///
-/// Threads: each launching object has a reader thread, which calls the output callback, one chunk
-/// at a time. pid and isRunning may be called from any thread, the callback included. Launching
-/// constructions and kills share the password and are not made concurrently. The object stays at
-/// its address, and its callback must not throw and must not destroy it.
+/// Threads: each launching object has a reader thread, which calls the output callback, one chunk at a time. pid
+/// and isRunning may be called from any thread, the callback included. Launching constructions and kills share
+/// the password and are not made concurrently. The object stays at its address. Its callback must not throw, and
+/// must not destroy it.
 ///
-/// The child belongs to the host: neither the object's end nor the child's own end reaps it
-/// (ProcessMonitor does). Its exit status is not looked at.
+/// The child belongs to the host: neither the object's end nor the child's own end reaps it (ProcessMonitor does).
+/// Its exit status is not looked at.
 ///
-/// What the command writes goes through a non-blocking pipe. A command that writes faster than the
-/// callback returns loses output once the pipe is full; `exec >/dev/stdout 2>&1; COMMAND` opens it
-/// anew, blocking, and loses nothing.
+/// What the command writes goes through a non-blocking pipe. A command that writes faster than the callback
+/// returns loses output once the pipe is full; `exec >/dev/stdout 2>&1; COMMAND` opens it anew, blocking, and
+/// loses nothing.
 #ifndef OXU_STARTPROCESS_H
 #define OXU_STARTPROCESS_H
 
@@ -40,25 +39,19 @@ class OXU_EXPORT StartProcess {
   /// Runs `command` with /bin/bash -c and hands its standard output and error to `outputCallback`.
   ///
   /// - workDir: the directory to run in; empty for the host's own.
-  /// - envNames: comma-separated names of the host's environment variables to export in front of
-  /// the
-  ///   command. Values are put in unquoted, so the shell interprets them; a name that is not set is
-  ///   exported empty.
-  /// - command: may hold several commands separated by ';'. $SU_PASSWD$ in it stands for the
-  /// password.
-  /// - password: for sudo. It reaches the child as the environment variable __SU_PASSWD__, never on
-  /// the
-  ///   command line, and stays in the process for later kills.
-  /// - outputCallback: gets each chunk of bytes as read, on the reader thread. Empty: output is
-  /// discarded.
+  /// - envNames: comma-separated names of the host's environment variables to export in front of the command.
+  ///   Values are put in unquoted, so the shell interprets them; a name that is not set is exported empty.
+  /// - command: may hold several commands separated by ';'. $SU_PASSWD$ in it stands for the password, unless it
+  ///   is run with sudo.
+  /// - password: for sudo. It reaches the child as the environment variable __SU_PASSWD__, never on the command
+  ///   line, and stays in the process for later kills.
+  /// - outputCallback: gets each chunk of bytes as read, on the reader thread. Empty: output is discarded.
   /// - bufferSize: the largest chunk, in bytes, more than 0.
-  /// - needRoot: runs each of the commands with sudo unless the host is root. The command is split
-  /// at
-  ///   each ';' for that, inside quotes as well.
+  /// - needRoot: runs each of the commands with sudo unless the host is root. The command is split at each ';' for
+  ///   that, inside quotes as well.
   ///
-  /// There is no result: after a failed launch isRunning() is false, and a line on standard error
-  /// ("pipe failed: ..." or "fork failed: ...") says why. Text that waits in the host's stdout is
-  /// flushed before the fork.
+  /// There is no result: after a failed launch isRunning() is false, and a line on standard error ("pipe failed:
+  /// ..." or "fork failed: ...") says why. Text that waits in the host's stdout is flushed before the fork.
   StartProcess(const std::string& workDir, const std::string& envNames, const std::string& command,
                const std::string& password, std::function<void(const std::string&)> outputCallback,
                unsigned long bufferSize, bool needRoot);
