@@ -43,7 +43,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string names = middle == std::string::npos ? "" : input.substr(middle + 1);
 
   check(oxu::wrapForSudo(command) == wrappedByHand(command));
-  const auto line = oxu::makeLaunchLine("", names, command, false);
+  const auto line = oxu::makeLaunchLine("", names, command, "", false);
   std::string expected;
   for (std::size_t i = 0; i + 1 < line.announcements.size(); ++i) expected += line.announcements[i];
   check(line.announcements.back() == command);

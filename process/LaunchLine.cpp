@@ -36,7 +36,7 @@ std::string withPlaceholdersReplaced(std::string command) {
 }  // namespace
 
 LaunchLine makeLaunchLine(const std::string& workDir, const std::string& envNames, const std::string& command,
-                          bool needRoot) {
+                          const std::string& password, bool needRoot) {
   LaunchLine line;
   std::istringstream names(envNames);
   for (std::string name; std::getline(names, name, ',');) {
@@ -46,6 +46,7 @@ LaunchLine makeLaunchLine(const std::string& workDir, const std::string& envName
   for (const std::string& statement : line.announcements) line.shellLine += statement;
   line.announcements.push_back(command);
   line.shellLine += needRootPrivilege(needRoot) ? wrapForSudo(command) : withPlaceholdersReplaced(command);
+  line.passwordEntry = std::string(kPasswordVariable) + "=" + password;
   return line;
 }
 

@@ -1,10 +1,11 @@
+#include <alloca.h>
 #include <fcntl.h>
+#include <stdio_ext.h>
 #include <sys/select.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -13,7 +14,6 @@
 #include "oxu/CApi.h"
 #include "oxu/StartProcess.h"
 #include "process/LaunchLine.h"
-#include "process/RootPrivilege.h"
 
 extern "C" int getPid() { return ::getpid(); }
 
@@ -94,20 +94,36 @@ void complain(const char* what) {
   std::perror(what);
 }
 
-// The host's waiting output is flushed, so that it is neither lost nor printed by the child as
-// well. The stream stays locked until the fork: the logger or another thread must not have half a
-// line in it then. The child finds it unlocked or its own, and leaves it so.
-pid_t forkWithEmptyStdout() {
-  ::flockfile(stdout);
-  {
-    const os_signal_pipe_guard noSigpipe;
-    std::fflush(stdout);
+// What the host has printed is out before the fork, so that it is neither lost nor printed by the child as well.
+void flushStdout() {
+  const os_signal_pipe_guard noSigpipe;
+  std::fflush(stdout);
+}
+
+std::size_t countOf(char* const* entries) {
+  std::size_t count = 0;
+  while (entries != nullptr && entries[count] != nullptr) ++count;
+  return count;
+}
+
+// Writes the environment with `entry`, a NAME=VALUE, in place of any other of that name, and the null at the end.
+void copyEnvironment(char** to, char* entry) {
+  const std::size_t prefix = static_cast<std::size_t>(std::strchr(entry, '=') + 1 - entry);
+  for (std::size_t i = 0, count = countOf(::environ); i < count; ++i) {
+    if (std::strncmp(::environ[i], entry, prefix) != 0) *to++ = ::environ[i];
   }
-  const pid_t pid = ::fork();
-  const int error = errno;
-  if (pid != 0) ::funlockfile(stdout);
-  errno = error;
-  return pid;
+  *to++ = entry;
+  *to = nullptr;
+}
+
+// Moves a pipe's end off the numbers of the standard descriptors, which a host that has closed its own leaves
+// free: what such a host prints must not end up in the pipe. Best effort.
+int awayFromStandard(int end) {
+  if (end > STDERR_FILENO) return end;
+  const int moved = ::fcntl(end, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  if (moved == -1) return end;
+  ::close(end);
+  return moved;
 }
 
 }  // namespace
@@ -118,6 +134,7 @@ int StartProcess::initializePipe() {
     complain("pipe failed");
     return -1;
   }
+  for (int& end : fds) end = awayFromStandard(end);
   m_pipe_write = fds[1];
   m_pipe_read = fds[0];
 
@@ -181,6 +198,9 @@ bool StartProcess::readOnce(Reader& reader) {
 
 void StartProcess::stopReadPipe() {
   if (::fcntl(m_pipe_write, F_GETFL) == -1) return;
+  // A command can have made the pipe blocking again, and full; the reader, which sees that it is to end, would
+  // not empty it.
+  ::fcntl(m_pipe_write, F_SETFL, O_NONBLOCK);
   if (::write(m_pipe_write, kWakeUpText, sizeof kWakeUpText - 1) == -1) {
     push_log(ERROR, "write pipe error");
   }
@@ -195,33 +215,36 @@ void StartProcess::closePipe() {
 
 int StartProcess::addProcess(const std::string& workDir, const std::string& envNames, const std::string& command,
                              const std::string& password, bool needRoot) {
-  const LaunchLine line = makeLaunchLine(workDir, envNames, command, needRoot);
-  const pid_t pid = forkWithEmptyStdout();
+  const LaunchLine line = makeLaunchLine(workDir, envNames, command, password, needRoot);
+  flushStdout();
+  const pid_t pid = ::fork();
   if (pid < 0) {
     complain("fork failed");
     closePipe();
     return -1;
   }
-  if (pid == 0) runChild(line, password);
-  // The child does the same for itself; whoever comes first, a kill that follows at once finds the
-  // child's own group and never the host's.
+  if (pid == 0) runChild(line);
+  // The child does the same for itself; whoever comes first, a kill that follows at once finds the child's own
+  // group and never the host's.
   ::setpgid(pid, pid);
   m_pid = pid;
   return pid;
 }
 
-// Runs in a process that has only the forking thread. It takes no lock of this library, calls
-// neither the logger nor the callback, and prints through stdio, whose locks the C library resets
-// in the child. Everything that could be computed before the fork was.
-void StartProcess::runChild(const LaunchLine& line, const std::string& password) {
+// Runs in a process that has only the forking thread, in which the locks of the others are held for ever. It
+// takes no lock of this library, calls neither the logger nor the callback, and allocates nothing: all that could
+// be computed before the fork was. What it prints goes through stdio, whose locks the C library frees in the child.
+// The variable with the password is put into a copy of the environment, since setenv takes a lock.
+void StartProcess::runChild(const LaunchLine& line) {
+  // What another thread was about to print is the host's; its own copy goes on there.
+  ::__fpurge(stdout);
   ::close(m_pipe_read & ~kInUse);
   if (::fcntl(m_pipe_write, F_SETFL, O_NONBLOCK) == -1) std::perror("fcntl set nonblock");
   if (::dup2(m_pipe_write, STDOUT_FILENO) == -1 || ::dup2(m_pipe_write, STDERR_FILENO) == -1) {
     std::perror("dup2 failed");
     ::_exit(1);
   }
-  // Where the host's own standard descriptors are closed the pipe may have had these numbers
-  // before, and be close-on-exec still.
+  // An end that could not be moved away may have had one of these numbers, and is close-on-exec still.
   ::fcntl(STDOUT_FILENO, F_SETFD, 0);
   ::fcntl(STDERR_FILENO, F_SETFD, 0);
   if (::setpgid(0, 0) == -1) {
@@ -229,7 +252,9 @@ void StartProcess::runChild(const LaunchLine& line, const std::string& password)
   }
   for (const std::string& text : line.announcements) std::puts(text.c_str());
 
-  ::setenv(kPasswordVariable, password.c_str(), 1);
+  auto** environment = static_cast<char**>(alloca((countOf(::environ) + 2) * sizeof(char*)));
+  copyEnvironment(environment, const_cast<char*>(line.passwordEntry.c_str()));
+  ::environ = environment;
   char shell[] = "/bin/bash";
   char option[] = "-c";
   char* const arguments[] = {shell, option, const_cast<char*>(line.shellLine.c_str()), nullptr};

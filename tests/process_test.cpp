@@ -73,7 +73,7 @@ TEST(LaunchLine, ExportsChangesDirectoryAndRunsTheCommand) {
        {"a $SU_PASSWD$ b$SU_PASSWD$SU_PASSWD$"}},
   };
   for (const auto& row : rows) {
-    const auto line = oxu::makeLaunchLine(row.workDir, row.envNames, row.command, false);
+    const auto line = oxu::makeLaunchLine(row.workDir, row.envNames, row.command, "", false);
     EXPECT_EQ(line.shellLine, row.shellLine);
     EXPECT_EQ(line.announcements, row.announcements);
   }
@@ -178,7 +178,9 @@ TEST(StartProcess, WorksWhateverTheHostsDescriptorsAre) {
   const auto captures = [](const std::function<void()>& prepare) {
     return support::statusOfChild([&] {
       prepare();
-      return Launched("echo out && echo err >&2 && echo end").eventuallyContains("out\nerr\nend\n");
+      Launched child("echo out && echo err >&2 && echo end");
+      std::fputs("text of the host\n", stderr);
+      return child.eventuallyContains("out\nerr\nend\n") && child.get().find("host") == std::string::npos;
     });
   };
   EXPECT_EQ(0, captures([] {
@@ -198,6 +200,25 @@ TEST(StartProcess, WorksWhateverTheHostsDescriptorsAre) {
     const auto closeThem = [&] { std::for_each(closed.begin(), closed.end(), ::close); };
     EXPECT_EQ(0, captures(closeThem)) << closed.size() << " from " << closed[0];
   }
+}
+
+TEST(StartProcess, LaunchesWhileOtherThreadsFlushPrintAndSetVariables) {
+  const int status = support::statusOfChild([] {
+    ::dup2(::open("/dev/null", O_WRONLY), STDOUT_FILENO);
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> threads;
+    const std::function<void()> works[] = {[] { std::fflush(nullptr); }, [] { ::setenv("OXU_BUSY", "1", 1); }};
+    for (const auto& work : works)
+      threads.emplace_back([&] {
+        while (!stop) work();
+      });
+    bool complete = true;
+    for (int i = 0; i < 200; ++i) complete = complete && Launched("echo \"$OXU_A\"").wait() == 0;
+    stop = true;
+    for (std::thread& thread : threads) thread.join();
+    return complete;
+  });
+  EXPECT_EQ(status, 0);
 }
 
 // What a failing call prints on the host's standard error and output, in the log, and in the output of the

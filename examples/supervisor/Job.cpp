@@ -1,17 +1,36 @@
 #include "Job.h"
 
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <csignal>
 #include <thread>
 #include <utility>
 
-#include "oxu/CApi.h"
+#include "Log.h"
+#include "oxu/LogLevel.h"
 
 namespace supervisor {
 
 namespace {
 
 constexpr unsigned long kChunkBytes = 16384;
+constexpr unsigned long kPipeBytes = 262144;
 constexpr std::size_t kLongestLine = 900;  // a log record takes 1022 bytes, the name included
 const std::string kWakeUp = "Stop Process!\n";
+
+// A command has no terminal to read from; and with its output opened anew, blocking, it waits for its reader
+// where it would lose what the reader is too slow for.
+const char* const kPreamble = "exec </dev/null >/dev/stdout 2>&1;";
+
+// Removes what has arrived of the text that ends a capture: it is delivered like output, but is not the command's.
+void removeWakeUp(std::string& text) {
+  for (std::size_t size = std::min(text.size(), kWakeUp.size()); size > 0; --size) {
+    if (text.compare(text.size() - size, size, kWakeUp, 0, size) != 0) continue;
+    text.resize(text.size() - size);
+    return;
+  }
+}
 
 }  // namespace
 
@@ -19,9 +38,9 @@ Job::Job(std::string name, std::string command) : m_name(std::move(name)), m_com
 
 bool Job::start() {
   m_ending = false;
-  m_started = std::chrono::steady_clock::now();
+  m_started = Clock::now();
   m_process = std::make_unique<oxu::StartProcess>(
-      "", "", m_command, "", [this](const std::string& chunk) { capture(chunk); }, kChunkBytes, false);
+      "", "", kPreamble + m_command, "", [this](const std::string& chunk) { capture(chunk); }, kChunkBytes, false);
   if (!m_process->isRunning()) {
     m_process.reset();
     return false;
@@ -32,33 +51,48 @@ bool Job::start() {
 }
 
 void Job::finish() {
+  m_ran += Clock::now() - m_started;
+  endStoppedProcess();
   waitForRestOfOutput();
   m_ending = true;
   m_process.reset();
-  m_ran += std::chrono::steady_clock::now() - m_started;
+  removeWakeUp(m_last_words);
+  m_bytes += m_last_words.size();
+  m_unfinished_line += std::exchange(m_last_words, {});
+  printWholeLines();
   if (!m_unfinished_line.empty()) print(std::exchange(m_unfinished_line, {}));
 }
 
-// The process has gone, but what it wrote last may still be in the pipe. It has all been delivered
-// when nothing has come for a while; a grandchild that goes on writing is cut off after a second.
+// A command that was stopped, by reaching for the terminal for example, is reported as gone too, but is still
+// there and still a child.
+void Job::endStoppedProcess() const {
+  if (::waitpid(m_pid, nullptr, WNOHANG) != 0) return;
+  ::kill(-m_pid, SIGKILL);
+  ::waitpid(m_pid, nullptr, 0);
+}
+
+// The process has gone, but what it wrote last may still be in the pipe. All of that has been delivered when
+// nothing comes for a while, or when more has come than a pipe holds, from a grandchild that goes on writing.
 void Job::waitForRestOfOutput() const {
   constexpr std::chrono::milliseconds kQuiet(40);
-  unsigned long before = ~0UL;
-  for (int i = 0; i < 25 && before != m_bytes; ++i) {
+  const unsigned long enough = m_bytes + kPipeBytes + kChunkBytes;
+  unsigned long before = 0;
+  do {
     before = m_bytes;
     std::this_thread::sleep_for(kQuiet);
-  }
+  } while (m_capturing || (before != m_bytes && m_bytes < enough));
 }
 
 void Job::capture(const std::string& chunk) {
-  std::string text = chunk;
-  // The end of the capture arrives as text too, and is not the command's.
-  const bool isWakeUp = m_ending && text.size() >= kWakeUp.size() &&
-                        text.compare(text.size() - kWakeUp.size(), kWakeUp.size(), kWakeUp) == 0;
-  if (isWakeUp) text.resize(text.size() - kWakeUp.size());
-  m_bytes += text.size();
-  m_unfinished_line += text;
+  if (m_ending) {
+    m_last_words += chunk;
+    return;
+  }
+  m_capturing = true;
+  m_bytes += chunk.size();
+  m_unfinished_line += chunk;
   printWholeLines();
+  m_capturing = false;
 }
 
 void Job::printWholeLines() {
@@ -73,13 +107,11 @@ void Job::printWholeLines() {
   m_unfinished_line.erase(0, begin);
 }
 
-void Job::print(const std::string& line) {
+void Job::print(std::string line) {
   ++m_lines;
-  // A full ring means a slow console: wait for it a while, then go on without this line.
-  for (int i = 0; i < 1000; ++i) {
-    if (push_log(oxu::INFO, "%-8s | %s", m_name.c_str(), line.c_str())) return;
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
+  std::replace(line.begin(), line.end(), '\0', '?');
+  const std::string column(m_name.size() < 8 ? 8 - m_name.size() : 0, ' ');
+  logLine(oxu::INFO, m_name + column + " | " + line);
 }
 
 }  // namespace supervisor

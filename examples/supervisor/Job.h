@@ -19,7 +19,8 @@ class Job {
   // Launches the command; false when that failed.
   bool start();
 
-  // To be called once the process has gone: takes the rest of its output and ends the capture.
+  // To be called once the monitor has reported the process as gone: takes the rest of its output and ends the
+  // capture.
   void finish();
 
   const std::string& name() const { return m_name; }
@@ -31,22 +32,27 @@ class Job {
   double seconds() const { return std::chrono::duration<double>(m_ran).count(); }
 
  private:
+  using Clock = std::chrono::steady_clock;
+
   void capture(const std::string& chunk);
   void printWholeLines();
-  void print(const std::string& line);
+  void print(std::string line);
+  void endStoppedProcess() const;
   void waitForRestOfOutput() const;
 
   std::string m_name;
   std::string m_command;
   std::unique_ptr<oxu::StartProcess> m_process;
   std::atomic<bool> m_ending{false};
+  std::atomic<bool> m_capturing{false};
   std::string m_unfinished_line;
+  std::string m_last_words;  // what came once the end had begun
   std::atomic<unsigned long> m_lines{0};
   std::atomic<unsigned long> m_bytes{0};
   int m_pid = -1;
   int m_starts = 0;
-  std::chrono::steady_clock::time_point m_started;
-  std::chrono::steady_clock::duration m_ran{0};
+  Clock::time_point m_started;
+  Clock::duration m_ran{0};
 };
 
 }  // namespace supervisor

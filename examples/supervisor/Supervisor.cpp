@@ -1,31 +1,29 @@
 #include "Supervisor.h"
 
+#include <unistd.h>
+
 #include <csignal>
 #include <cstdio>
 
-#include "oxu/CApi.h"
+#include "Log.h"
+#include "oxu/LogLevel.h"
 
 namespace supervisor {
-
-namespace {
-constexpr std::chrono::seconds kTimeToDie(1);
-}
 
 void Supervisor::run(const std::function<bool()>& stopRequested) {
   for (Job& job : m_jobs) start(job);
   while (!alivePids().empty()) {
     if (stopRequested()) killAll();
-    if (m_stopping && Clock::now() > m_deadline) killThoseLeft();
     if (Job* job = nextQuit()) handleQuit(*job);
   }
 }
 
 void Supervisor::start(Job& job) {
   if (!job.start()) {
-    push_log(oxu::ERROR, "%s could not be started", job.name().c_str());
+    logLine(oxu::ERROR, job.name() + " could not be started");
     return;
   }
-  push_log(oxu::DEBUG, "%s started as process %d", job.name().c_str(), job.pid());
+  logLine(oxu::DEBUG, job.name() + " started as process " + std::to_string(job.pid()));
   m_monitor.addProcess(job.name(), oxu::ProcessInfo(job.pid(), [this, &job] {
                          const std::lock_guard<std::mutex> lock(m_mutex);
                          m_quits.push_back(&job);
@@ -37,25 +35,25 @@ void Supervisor::start(Job& job) {
 void Supervisor::handleQuit(Job& job) {
   job.finish();
   const bool again = !m_stopping && job.starts() <= m_restarts;
-  push_log(oxu::WARNING, "%s has quit%s", job.name().c_str(), again ? ", starting it again" : "");
+  logLine(oxu::WARNING, job.name() + " has quit" + (again ? ", starting it again" : ""));
   if (again) start(job);
 }
 
+// The library's kill goes through sudo where the caller is not root; the commands being the caller's own, it can
+// then end them by itself.
 void Supervisor::killAll() {
   const std::vector<int> pids = alivePids();
-  push_log(oxu::WARNING, "stopping, with %zu of %zu commands alive", pids.size(), m_jobs.size());
-  oxu::StartProcess::kill(pids);
+  logLine(oxu::WARNING,
+          "stopping, with " + std::to_string(pids.size()) + " of " + std::to_string(m_jobs.size()) + " commands alive");
   m_stopping = true;
-  m_deadline = Clock::now() + kTimeToDie;
+  if (::geteuid() == 0) {
+    oxu::StartProcess::kill(pids);
+  } else {
+    for (const int pid : pids) ::kill(-pid, SIGKILL);
+  }
 }
 
-// An ordinary user's kill goes through sudo, which may refuse. The commands are the caller's own,
-// though.
-void Supervisor::killThoseLeft() {
-  for (const int pid : alivePids()) ::kill(-pid, SIGKILL);
-  m_deadline = Clock::now() + kTimeToDie;
-}
-
+// Of the commands whose end has not been reported yet.
 std::vector<int> Supervisor::alivePids() const {
   std::vector<int> pids;
   for (const Job& job : m_jobs) {

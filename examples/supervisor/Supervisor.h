@@ -2,7 +2,6 @@
 #ifndef SUPERVISOR_SUPERVISOR_H
 #define SUPERVISOR_SUPERVISOR_H
 
-#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <functional>
@@ -30,19 +29,15 @@ class Supervisor {
   void printSummary() const;
 
  private:
-  using Clock = std::chrono::steady_clock;
-
   void start(Job& job);
   void handleQuit(Job& job);
   void killAll();
-  void killThoseLeft();
   Job* nextQuit();
   std::vector<int> alivePids() const;
 
   int m_restarts;
   bool m_stopping = false;
-  Clock::time_point m_deadline;  // for the killed commands to be gone
-  std::deque<Job> m_jobs;        // a deque: the jobs stay at their addresses
+  std::deque<Job> m_jobs;  // a deque: the jobs stay at their addresses
   std::mutex m_mutex;
   std::condition_variable m_wake_up;
   std::deque<Job*> m_quits;  // guarded by m_mutex

@@ -1,4 +1,6 @@
 // supervisor: runs commands side by side, prints what they write, and restarts those that quit.
+#include <unistd.h>
+
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -19,8 +21,13 @@ constexpr int kExitUsage = 2;
 constexpr std::size_t kLongestName = 64;
 
 std::atomic<bool> stopSignalled{false};
+std::atomic<int> stopSignals{0};
 
-void handleStopSignal(int /*signal*/) { stopSignalled = true; }
+// The third one ends a supervisor that waits for a console which stands still.
+void handleStopSignal(int signal) {
+  stopSignalled = true;
+  if (++stopSignals == 3) ::_exit(128 + signal);
+}
 
 int usage(const char* program, const std::string& fault) {
   std::fprintf(stderr,
@@ -44,8 +51,7 @@ bool parseCount(const char* text, int& count) {
 void catchStopSignals() {
   struct sigaction action {};
   action.sa_handler = handleStopSignal;
-  ::sigaction(SIGINT, &action, nullptr);
-  ::sigaction(SIGTERM, &action, nullptr);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) ::sigaction(signal, &action, nullptr);
 }
 
 // The logger discards what it has not printed when it is uninstalled.
@@ -75,6 +81,8 @@ int main(int argc, char** argv) {
   }
   if (commands.empty()) return usage(argv[0], "no command given");
 
+  // A command that is launched while lines are printed one by one would repeat its own text in its output.
+  std::setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
   install_log_task();
   catchStopSignals();
   {

@@ -8,7 +8,8 @@
 /// | ~ProcessMonitor      |                       | drops it, without a call                        |
 ///
 /// Two kinds of entries. Where both pids of a ProcessInfo are the same, the process is a child of the host, and
-/// the monitor reaps it; a child that is stopped by a signal counts as gone. After updateProcess (or setPid) has
+/// the monitor reaps it; a child that is stopped by a signal counts as gone, and is neither reaped nor ended. A pid
+/// that is no child of the host stays in the table and is reported as an error in each pass. After updateProcess (or setPid) has
 /// made them differ, the process is any other one, looked up in /proc; when it has gone, the entry's own pid is
 /// reaped.
 ///
@@ -66,7 +67,8 @@ class OXU_EXPORT ProcessMonitor {
   /// Starts the monitor's thread.
   ProcessMonitor();
 
-  /// Waits for the thread: at most about 200 milliseconds and a running callback.
+  /// Waits for the thread: for the pass that it is in, with the callbacks still due there, and at most about 200
+  /// milliseconds more.
   ~ProcessMonitor();
 
   ProcessMonitor(const ProcessMonitor&) = delete;

@@ -38,7 +38,8 @@ class OXU_EXPORT StartProcess {
 
   /// Runs `command` with /bin/bash -c and hands its standard output and error to `outputCallback`.
   ///
-  /// - workDir: the directory to run in; empty for the host's own.
+  /// - workDir: the directory to run in; empty for the host's own. Put in unquoted; where it cannot be entered, the
+  ///   command runs in the host's.
   /// - envNames: comma-separated names of the host's environment variables to export in front of the command.
   ///   Values are put in unquoted, so the shell interprets them; a name that is not set is exported empty.
   /// - command: may hold several commands separated by ';'. $SU_PASSWD$ in it stands for the password, unless it
@@ -46,26 +47,28 @@ class OXU_EXPORT StartProcess {
   /// - password: for sudo. It reaches the child as the environment variable __SU_PASSWD__, never on the command
   ///   line, and stays in the process for later kills.
   /// - outputCallback: gets each chunk of bytes as read, on the reader thread. Empty: output is discarded.
-  /// - bufferSize: the largest chunk, in bytes, more than 0.
+  /// - bufferSize: the largest chunk, in bytes. With 0 the capture ends, with a logged message, at the first output.
   /// - needRoot: runs each of the commands with sudo unless the host is root. The command is split at each ';' for
   ///   that, inside quotes as well.
   ///
-  /// There is no result: after a failed launch isRunning() is false, and a line on standard error ("pipe failed:
-  /// ..." or "fork failed: ...") says why. Text that waits in the host's stdout is flushed before the fork.
+  /// There is no result: where no child could be made, isRunning() is false afterwards, and "pipe failed: ..." or
+  /// "fork failed: ..." is on standard error (and "prepatePipe failed" on standard output for the former). A shell
+  /// that cannot be executed is a child that prints "execvp failed: ...". Text that waits in the host's stdout is
+  /// flushed before the fork.
   StartProcess(const std::string& workDir, const std::string& envNames, const std::string& command,
                const std::string& password, std::function<void(const std::string&)> outputCallback,
                unsigned long bufferSize, bool needRoot);
 
-  /// Stops the reader thread, which may deliver "Stop Process!\n" as its last chunk, and closes the
-  /// pipe. Returns at the latest 1 second after a running callback has returned. The child goes on;
-  /// its next write fails.
+  /// Stops the reader thread, which may deliver "Stop Process!\n" as its last chunk, and closes the pipe; output
+  /// that was not read yet is discarded. Returns at the latest 1 second after a running callback has returned. The
+  /// child goes on; its next write fails.
   ~StartProcess();
 
   StartProcess(const StartProcess&) = delete;
   StartProcess& operator=(const StartProcess&) = delete;
 
-  /// Forks and launches, into the pipe that the launching constructor made. Returns the child's
-  /// process id, or -1 when the fork failed; the pipe is closed then, which ends the capture.
+  /// Forks and launches, into the pipe that the launching constructor made. Returns the child's process id, or -1
+  /// when the fork failed; the pipe is closed then, which ends the capture.
   int addProcess(const std::string& workDir, const std::string& envNames, const std::string& command,
                  const std::string& password, bool needRoot);
 
@@ -75,15 +78,15 @@ class OXU_EXPORT StartProcess {
   /// True from a launch until the object's end, however long the child lives.
   bool isRunning() const { return m_running; }
 
-  /// Sends SIGKILL to the process group of `pid` from a background shell, through sudo with the
-  /// password of the latest launch when the caller is not root (other users see that password in
-  /// the process list meanwhile). True when the shell could be started; whether the kill succeeded
-  /// is not known. A pid of 0 means the caller's own group. False, with a logged message, for a
-  /// negative or unknown pid. The host ignores SIGINT and SIGQUIT while the shell is being started.
+  /// Sends SIGKILL to the process group of `pid` from a background shell, through sudo with the password of the
+  /// latest launch when the caller is not root. The password stands unescaped between single quotes there, and
+  /// other users see it in the process list meanwhile. True when the shell could be started; whether the kill
+  /// succeeded is not known. A pid of 0 means the caller's own group. False, with a logged message, for a negative
+  /// or unknown pid. The host ignores SIGINT and SIGQUIT while the shell is being started.
   static bool kill(int pid);
 
-  /// The same for all of `pids` with one shell; unknown ones are logged and skipped. False for an
-  /// empty list. When the caller is not root, sudo runs the kill of the first group only.
+  /// The same for all of `pids` with one shell; unknown ones are logged and skipped. False for an empty list. When
+  /// the caller is not root, sudo runs the kill of the first group only.
   static bool kill(const std::vector<int>& pids);
 
  private:
@@ -94,14 +97,14 @@ class OXU_EXPORT StartProcess {
 
   struct Reader;
   bool readOnce(Reader& reader);
-  [[noreturn]] void runChild(const struct LaunchLine& line, const std::string& password);
+  [[noreturn]] void runChild(const struct LaunchLine& line);
 
   std::atomic<bool> m_running;
   std::uint64_t m_output_thread;
   unsigned long m_buffer_size;
   std::atomic<int> m_pid;
   int m_pipe_write;
-  std::atomic<int> m_pipe_read;  // with a mark while the reader thread uses it
+  std::atomic<int> m_pipe_read;  // the reader thread sets a mark in it while it uses it
   std::function<void(const std::string&)> m_output_callback;
 
   static std::string m_su_passwd;
