@@ -1,9 +1,12 @@
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <climits>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <memory>
 
 #include "oxu/CApi.h"
@@ -302,7 +305,24 @@ TEST(StartProcess, ReaderNeverReadsAnotherFileAfterAFailedFork) {
   EXPECT_EQ(log.messages().find("Read pipe error"), std::string::npos);
 }
 
+// Stands for sudo where the tests run as an ordinary user: runs what it is given, without a password.
+class FakeSudo {
+ public:
+  FakeSudo() {
+    std::ofstream(m_path) << "#!/bin/sh\nshift\nexec \"$@\"\n";
+    ::chmod(m_path.c_str(), 0700);
+    ::setenv("PATH", (m_directory + ":" + ::getenv("PATH")).c_str(), 1);
+  }
+  ~FakeSudo() { std::filesystem::remove_all(m_directory); }
+
+ private:
+  char m_pattern[32] = "/tmp/oxutool-test-XXXXXX";
+  std::string m_directory = ::mkdtemp(m_pattern);
+  std::string m_path = m_directory + "/sudo";
+};
+
 TEST(Kill, EndsWholeGroupsAndSkipsProcessesThatAreGone) {
+  const FakeSudo sudo;
   support::LogCapture log;
   Launched first("sleep 1000"), gone("true"), second("sleep 1000 & echo $!. ; wait"), third("sleep 1000");
   ASSERT_TRUE(second.eventuallyContains(".\n"));
