@@ -1,10 +1,6 @@
-#include <climits>
-#include <memory>
-
 #include "oxu/ProcessMonitor.h"
 #include "oxu/StartProcess.h"
-#include "tests/support/Capture.h"
-#include "tests/support/Faults.h"
+#include "tests/support/Test.h"
 
 namespace {
 
@@ -33,11 +29,6 @@ bool isReaped(pid_t pid) {
   return support::eventually([pid] { return ::kill(pid, 0) == -1 && errno == ESRCH; });
 }
 
-std::string withPid(std::string text, long pid) {
-  const std::size_t mark = text.find('#');
-  return mark == std::string::npos ? text : text.replace(mark, 1, std::to_string(pid));
-}
-
 TEST(ProcessMonitor, ReapsAChildThatEndsAndCallsItsCallbackOnce) {
   support::LogCapture log;
   std::atomic<int> calls{0};
@@ -52,8 +43,9 @@ TEST(ProcessMonitor, ReapsAChildThatEndsAndCallsItsCallbackOnce) {
   std::this_thread::sleep_for(kMoreThanOnePass);
   EXPECT_EQ(calls, 1);
   EXPECT_EQ(log.messages(),
-            withPid("ERROR [ProcessMonitor]Process(worker) Pid(#) is not exist, call quit callback\n\n", pid) +
-                withPid("DEBUG [ProcessMonitor]Node Process(worker) Pid(#)  quit callback result:41\n\n", pid));
+            support::filled("ERROR [ProcessMonitor]Process(worker) Pid(#) is not exist, call quit callback\n\n"
+                            "DEBUG [ProcessMonitor]Node Process(worker) Pid(#)  quit callback result:41\n\n",
+                            {pid, pid}));
 }
 
 TEST(ProcessMonitor, WatchesAnUpdatedProcessAndReapsItsOwnChildAfterwards) {
@@ -72,8 +64,9 @@ TEST(ProcessMonitor, WatchesAnUpdatedProcessAndReapsItsOwnChildAfterwards) {
   EXPECT_TRUE(isReaped(own));
   EXPECT_EQ(calls, 1);
   EXPECT_EQ(otherCalls, 0);
-  EXPECT_EQ(log.messages(),
-            withPid("ERROR [ProcessMonitor]Node Process(node) Pid(#) is not exist, call quit callback.\n", own));
+  EXPECT_EQ(
+      log.messages(),
+      support::filled("ERROR [ProcessMonitor]Node Process(node) Pid(#) is not exist, call quit callback.\n", {own}));
 }
 
 // Entries without a callback, with only one of the two pids, and with a child that is merely stopped.
@@ -127,6 +120,8 @@ TEST(ProcessMonitor, EndsWithEntriesLeftAndNamesThoseItWasToReap) {
   support::LogCapture log;
   std::atomic<bool> called{false};
   const pid_t left = forkChild(), own = forkChild();
+  const std::string message =
+      support::filled("ERROR [ProcessMonitor]Child Process(pid:#) exist, may be a zombie process.\n", {own});
   const auto attempt = [&] {
     {
       ProcessMonitor monitor;
@@ -136,9 +131,7 @@ TEST(ProcessMonitor, EndsWithEntriesLeftAndNamesThoseItWasToReap) {
       monitor.addProcess("gone", gone);
       std::this_thread::sleep_for(kMoreThanOnePass);
     }
-    return log.messages().find(withPid("ERROR [ProcessMonitor]Child Process(pid:#) exist, may be a zombie "
-                                       "process.\n",
-                                       own)) != std::string::npos;
+    return log.messages().find(message) != std::string::npos;
   };
   EXPECT_TRUE(support::eventually(attempt));
   EXPECT_FALSE(called);
@@ -168,7 +161,7 @@ TEST(ProcessMonitor, ReportsFailedChecksAndTakesTheProcessAsRunning) {
     support::LogCapture log;
     const Fault fault(row.call, row.error, 1);
     EXPECT_EQ(row.call == kStat ? monitor.isProcessExist(pid) : monitor.waitProcess(pid), row.result);
-    EXPECT_EQ(log.messages(), withPid(row.message, pid));
+    EXPECT_EQ(log.messages(), support::filled(row.message, {pid}));
   }
   EXPECT_TRUE(monitor.isProcessExist(pid));
   EXPECT_FALSE(monitor.isProcessExist(INT_MAX) || monitor.isProcessExist(-1));
@@ -179,24 +172,6 @@ TEST(ProcessMonitor, ReportsFailedChecksAndTakesTheProcessAsRunning) {
   ::kill(child, SIGKILL);
   EXPECT_TRUE(support::eventually([&] { return !monitor.waitProcess(-1) && ::kill(child, 0) == -1; }));
   EXPECT_TRUE(log.eventuallyContains("[ProcessMonitor]An error occurred while waiting for the process to exit: "));
-}
-
-TEST(ProcessMonitor, TakesEntriesFromManyThreadsAtOnce) {
-  std::atomic<int> calls{0};
-  ProcessMonitor monitor;
-  std::vector<std::thread> threads;
-  for (int thread = 0; thread < 4; ++thread) {
-    threads.emplace_back([&, thread] {
-      for (int i = 0; i < 25; ++i) {
-        ProcessInfo info(INT_MAX, [&] { return ++calls; });
-        info.setPid(0);
-        monitor.updateProcess(std::to_string(thread) + "/" + std::to_string(i), info);
-        if (i % 5 == 0) std::this_thread::sleep_for(std::chrono::milliseconds(30));
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_TRUE(support::eventually([&] { return calls == 100; }));
 }
 
 }  // namespace

@@ -1,14 +1,6 @@
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/time.h>
-
-#include <cstdio>
-#include <fstream>
-
 #include "os/os_sharememory.h"
 #include "os/os_thread.h"
-#include "tests/support/Capture.h"
-#include "tests/support/Faults.h"
+#include "tests/support/Test.h"
 
 namespace {
 

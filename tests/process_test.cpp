@@ -1,20 +1,8 @@
-#include <fcntl.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
-
-#include <algorithm>
-#include <climits>
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <memory>
-
 #include "oxu/CApi.h"
 #include "oxu/StartProcess.h"
 #include "process/LaunchLine.h"
 #include "process/RootPrivilege.h"
-#include "tests/support/Capture.h"
-#include "tests/support/Faults.h"
+#include "tests/support/Test.h"
 
 namespace {
 
@@ -52,45 +40,23 @@ TEST(LaunchLine, ExportsChangesDirectoryAndRunsTheCommand) {
   ::setenv("OXU_A", "one", 1);
   ::setenv("OXU_B", "t w'o;x", 1);
   ::unsetenv("OXU_NONE");
-  const struct {
-    const char *workDir, *envNames, *command, *shellLine;
-    std::vector<std::string> announcements;
-  } rows[] = {
-      {"", "", "ls", "ls", {"ls"}},
-      {"/opt/x", "", "ls", "cd /opt/x;ls", {"cd /opt/x;", "ls"}},
-      {"",
-       " OXU_A \r,\tOXU_B\n",
-       "ls",
-       "export OXU_A=one;export OXU_B=t w'o;x;ls",
-       {"export OXU_A=one;", "export OXU_B=t w'o;x;", "ls"}},
-      {"d", "OXU_NONE,", "", "export OXU_NONE=;cd d;", {"export OXU_NONE=;", "cd d;", ""}},
-      {"",
-       ",,OXU_A",
-       "x",
-       "export =;export =;export OXU_A=one;x",
-       {"export =;", "export =;", "export OXU_A=one;", "x"}},
-      {"",
-       "",
-       "a $SU_PASSWD$ b$SU_PASSWD$SU_PASSWD$",
-       "a \"$__SU_PASSWD__\" b\"$__SU_PASSWD__\"SU_PASSWD$",
-       {"a $SU_PASSWD$ b$SU_PASSWD$SU_PASSWD$"}},
+  const char* const rows[][4] = {
+      {"", "", "ls", "ls"},
+      {"/opt/x", "OXU_NONE,", "", "export OXU_NONE=;cd /opt/x;"},
+      {"", " OXU_A \r,\tOXU_B\n", "ls", "export OXU_A=one;export OXU_B=t w'o;x;ls"},
+      {"", ",,OXU_A", "x", "export =;export =;export OXU_A=one;x"},
+      {"", "", "$SU_PASSWD$ b$SU_PASSWD$SU_PASSWD$", "\"$__SU_PASSWD__\" b\"$__SU_PASSWD__\"SU_PASSWD$"},
   };
-  for (const auto& row : rows) {
-    const auto line = oxu::makeLaunchLine(row.workDir, row.envNames, row.command, "", false);
-    EXPECT_EQ(line.shellLine, row.shellLine);
-    EXPECT_EQ(line.announcements, row.announcements);
+  for (const auto& [workDir, envNames, command, shellLine] : rows) {
+    EXPECT_EQ(oxu::makeLaunchLine(workDir, envNames, command, "", false).shellLine, shellLine);
   }
 }
 
 TEST(RootPrivilege, WrapsEachCommandOfTheLineInSudo) {
   const std::string sudo = "echo \"$__SU_PASSWD__\" | sudo -S -E ";
-  const std::string rows[][2] = {
-      {"run.sh a;stop.sh", sudo + "run.sh a;" + sudo + "stop.sh;"},
-      {"a ; b", sudo + "a ;" + sudo + " b;"},
-      {";;a;;;b $SU_PASSWD$;", sudo + "a;" + sudo + "b $SU_PASSWD$;"},
-      {";;", ""},
-      {"", ""},
-  };
+  const std::string rows[][2] = {{"run.sh a;stop.sh", sudo + "run.sh a;" + sudo + "stop.sh;"},
+                                 {";;a ; b $SU_PASSWD$;;", sudo + "a ;" + sudo + " b $SU_PASSWD$;"},
+                                 {";;", ""}};
   for (const auto& [command, wrapped] : rows) {
     EXPECT_EQ(oxu::addRootPrivilege(command, "of " + command), wrapped);
     EXPECT_EQ(::getenv("__SU_PASSWD__"), "of " + command);
@@ -129,19 +95,15 @@ TEST(StartProcess, DeliversWhatTheCommandWritesUnchangedAndInOrder) {
 
 TEST(StartProcess, EndWakesTheReaderAndLeavesTheChildToFailOnItsNextWrite) {
   support::SharedText output;
-  int status = 0;
-  int pid = 0;
-  {
-    const StartProcess unread("", "", "seq 100000 200000; exit 3", "", nullptr, 4096, false);
-    const StartProcess process(
-        "", "", "echo ready; sleep 0.3; echo more; echo not reached >&2", "",
-        [&](const std::string& chunk) { output.append(chunk); }, 4096, false);
-    pid = process.pid();
-    EXPECT_TRUE(output.eventuallyContains("ready\n"));
-    EXPECT_EQ(::waitpid(unread.pid(), &status, 0), unread.pid());
-    EXPECT_EQ(WEXITSTATUS(status), 3);
-  }
+  const auto collect = [&](const std::string& chunk) { output.append(chunk); };
+  auto unread = std::make_unique<StartProcess>("", "", "seq 100000 200000", "", nullptr, 4096, false);
+  auto process = std::make_unique<StartProcess>("", "", "echo ready; sleep 0.3; echo more", "", collect, 4096, false);
+  const int pid = process->pid();
+  EXPECT_TRUE(output.eventuallyContains("ready\n"));
+  EXPECT_EQ(::waitpid(unread->pid(), nullptr, 0), unread->pid());
+  process.reset();
   EXPECT_TRUE(output.get() == "ready\nStop Process!\n" || output.get() == "ready\n") << output.get();
+  int status = 0;
   EXPECT_EQ(::waitpid(pid, &status, 0), pid);
   EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGPIPE) << status;
 }
@@ -149,18 +111,18 @@ TEST(StartProcess, EndWakesTheReaderAndLeavesTheChildToFailOnItsNextWrite) {
 // Line buffering makes the child print its announcements at once, as on a terminal.
 TEST(StartProcess, AnnouncesWhatItRunsAndNeverRepeatsTheHostsOwnText) {
   const support::DescriptorCapture terminal(STDOUT_FILENO);
-  EXPECT_EQ(support::statusOfChild([] {
-              std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
-              std::printf("half a line of the host");
-              ::setenv("OXU_A", "1", 1);
-              const faults::Fault fault(faults::kSetpgid, EPERM);
-              Launched child("echo done", 4096, "OXU_A", "/");
-              const std::string pid = std::to_string(child.process.pid());
-              return child.eventuallyContains("Child process(" + pid + ") setpgid failed: Operation not permitted\n" +
-                                              "export OXU_A=1;\ncd /;\necho done\ndone\n") &&
-                     child.get().find("host") == std::string::npos;
-            }),
-            0);
+  const int status = support::statusOfChild([] {
+    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+    std::printf("half a line of the host");
+    ::setenv("OXU_A", "1", 1);
+    const faults::Fault fault(faults::kSetpgid, EPERM);
+    Launched child("echo done", 4096, "OXU_A", "/");
+    const std::string text = support::filled(
+        "Child process(#) setpgid failed: Operation not permitted\nexport OXU_A=1;\ncd /;\necho done\ndone\n",
+        {child.process.pid()});
+    return child.eventuallyContains(text) && child.get() == text;
+  });
+  EXPECT_EQ(status, 0);
   EXPECT_EQ(terminal.text(), "half a line of the host");
 }
 
@@ -186,19 +148,17 @@ TEST(StartProcess, WorksWhateverTheHostsDescriptorsAre) {
       return child.eventuallyContains("out\nerr\nend\n") && child.get().find("host") == std::string::npos;
     });
   };
-  EXPECT_EQ(0, captures([] {
-              const rlimit limit{4096, 4096};
-              ::setrlimit(RLIMIT_NOFILE, &limit);
-              while (::dup(STDERR_FILENO) < 2000) {
-              }
-            }));
-  EXPECT_EQ(0, captures([] {
-              int fds[2];
-              EXPECT_EQ(::pipe(fds), 0);
-              ::dup2(fds[1], STDOUT_FILENO);
-              ::close(fds[0]);
-              std::printf("text that waits for a reader who has gone");
-            }));
+  const auto manyOpen = [] {
+    const rlimit limit{4096, 4096};
+    for (::setrlimit(RLIMIT_NOFILE, &limit); ::dup(STDERR_FILENO) < 2000;) continue;
+  };
+  const auto readerGone = [] {
+    int fds[2];
+    EXPECT_TRUE(::pipe(fds) == 0 && ::dup2(fds[1], STDOUT_FILENO) != -1 && ::close(fds[0]) == 0);
+    std::printf("text that waits for a reader who has gone");
+  };
+  EXPECT_EQ(0, captures(manyOpen));
+  EXPECT_EQ(0, captures(readerGone));
   for (const std::vector<int>& closed : {std::vector<int>{0}, {1}, {0, 1}, {1, 2}, {0, 1, 2}}) {
     const auto closeThem = [&] { std::for_each(closed.begin(), closed.end(), ::close); };
     EXPECT_EQ(0, captures(closeThem)) << closed.size() << " from " << closed[0];
@@ -213,7 +173,7 @@ TEST(StartProcess, LaunchesWhileOtherThreadsFlushPrintAndSetVariables) {
     const std::function<void()> works[] = {[] { std::fflush(nullptr); }, [] { ::setenv("OXU_BUSY", "1", 1); }};
     for (const auto& work : works)
       threads.emplace_back([&] {
-        while (!stop) work();
+        for (; !stop; work()) continue;
       });
     bool complete = true;
     for (int i = 0; i < 200; ++i) complete = complete && Launched("echo \"$OXU_A\"").wait() == 0;
@@ -332,16 +292,14 @@ TEST(Kill, EndsWholeGroupsAndSkipsProcessesThatAreGone) {
   EXPECT_TRUE(StartProcess::kill(third.process.pid()));
   for (Launched* child : {&first, &second, &third}) EXPECT_EQ(WTERMSIG(child->wait()), SIGKILL);
   EXPECT_TRUE(support::eventually([&] { return ::getpgid(grandchild) != second.process.pid(); }));
-  const std::string pid = std::to_string(third.process.pid());
-  EXPECT_EQ(log.messages(), "ERROR Failed to get pgid for pid: " + std::to_string(gone.process.pid()) + ".\n\n" +
-                                "INFO All process groups killed.\nINFO Process group " + pid + "(pgid: " + pid +
-                                ")killed.\n");
+  EXPECT_EQ(log.messages(), support::filled("ERROR Failed to get pgid for pid: #.\n\nINFO All process groups killed.\n"
+                                            "INFO Process group #(pgid: #)killed.\n",
+                                            {gone.process.pid(), third.process.pid(), third.process.pid()}));
 }
 
 TEST(Kill, ReportsWhatItCannotKill) {
   support::LogCapture log;
   const int self = getPid();
-  const std::string group = std::to_string(::getpgrp());
   EXPECT_FALSE(StartProcess::kill(-1));
   EXPECT_FALSE(StartProcess::kill(INT_MAX));
   EXPECT_FALSE(StartProcess::kill(std::vector<int>{}));
@@ -349,16 +307,14 @@ TEST(Kill, ReportsWhatItCannotKill) {
   const faults::Fault fault(faults::kSystem, ENOMEM);
   EXPECT_FALSE(StartProcess::kill(self));
   EXPECT_FALSE(StartProcess::kill({self, self}));
-  EXPECT_EQ(log.messages(),
-            "ERROR Invalid process id: -1.\n\n"
-            "ERROR Failed to get pgid for pid: 2147483647.\n\n"
-            "ERROR Invalid process id list.\n\n"
-            "ERROR Failed to get pgid for pid: 2147483647.\n\n"
-            "INFO All process groups killed.\n"
-            "ERROR Failed to kill process group " +
-                std::to_string(self) + "(pgid: " + group +
-                "): Cannot allocate memory.\n\n"
-                "ERROR Failed to kill process groups: Cannot allocate memory.\n\n");
+  EXPECT_EQ(log.messages(), support::filled("ERROR Invalid process id: -1.\n\n"
+                                            "ERROR Failed to get pgid for pid: 2147483647.\n\n"
+                                            "ERROR Invalid process id list.\n\n"
+                                            "ERROR Failed to get pgid for pid: 2147483647.\n\n"
+                                            "INFO All process groups killed.\n"
+                                            "ERROR Failed to kill process group #(pgid: #): Cannot allocate memory.\n\n"
+                                            "ERROR Failed to kill process groups: Cannot allocate memory.\n\n",
+                                            {self, ::getpgrp()}));
 }
 
 }  // namespace

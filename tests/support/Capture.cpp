@@ -1,4 +1,4 @@
-#include "tests/support/Capture.h"
+#include "tests/support/Test.h"
 
 #include <sys/mman.h>
 
@@ -87,6 +87,13 @@ std::string SharedText::get() const {
 
 bool SharedText::eventuallyContains(const std::string& text) const {
   return eventually([&] { return get().find(text) != std::string::npos; });
+}
+
+std::string filled(std::string text, const std::vector<int>& numbers) {
+  auto number = numbers.begin();
+  for (std::size_t at = 0; (at = text.find('#', at)) != std::string::npos;)
+    text.replace(at, 1, std::to_string(*number++));
+  return text;
 }
 
 int statusOfChild(const std::function<bool()>& body) {

@@ -1,19 +1,10 @@
-// What every test file uses: the framework, and the capture of a descriptor, of the logger and of a child.
+// Captures what goes to a descriptor, whoever writes it, and what the logger and child processes print.
 #ifndef TESTS_SUPPORT_CAPTURE_H
 #define TESTS_SUPPORT_CAPTURE_H
 
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <cerrno>
-#include <chrono>
-#include <csignal>
 #include <functional>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace support {
@@ -60,6 +51,9 @@ class SharedText {
   mutable std::mutex m_mutex;
   std::string m_text;
 };
+
+// The text with each # replaced by the next of the numbers.
+std::string filled(std::string text, const std::vector<int>& numbers);
 
 // Runs `body` in a forked child with a watchdog, and returns its wait status: 0 when the body returns true.
 int statusOfChild(const std::function<bool()>& body);
