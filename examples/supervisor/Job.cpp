@@ -1,6 +1,7 @@
 #include "Job.h"
 
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
@@ -14,14 +15,19 @@ namespace supervisor {
 
 namespace {
 
-constexpr unsigned long kChunkBytes = 16384;
 constexpr unsigned long kPipeBytes = 262144;
-constexpr std::size_t kLongestLine = 900;  // a log record takes 1022 bytes, the name included
+// A log record takes 1022 bytes, the name included.
+constexpr std::size_t kShortestLabel = 8;
+constexpr std::size_t kLongestLabel = 40;
+constexpr std::size_t kLongestLine = 900;
 const std::string kWakeUp = "Stop Process!\n";
 
-// A command has no terminal to read from; and with its output opened anew, blocking, it waits for its reader
-// where it would lose what the reader is too slow for.
-const char* const kPreamble = "exec </dev/null >/dev/stdout 2>&1;";
+// A command has no terminal to read from. With its output opened anew, blocking, it waits for its reader where it
+// would lose what the reader is too slow for. Neither can stand in front of commands that sudo runs one by one.
+std::string commandLine(const JobConfig& config, bool throughSudo) {
+  if (throughSudo) return config.command;
+  return std::string("exec </dev/null;") + (config.blocking ? "exec >/dev/stdout 2>&1;" : "") + config.command;
+}
 
 // Removes what has arrived of the text that ends a capture: it is delivered like output, but is not the command's.
 void removeWakeUp(std::string& text) {
@@ -34,13 +40,12 @@ void removeWakeUp(std::string& text) {
 
 }  // namespace
 
-Job::Job(std::string name, std::string command) : m_name(std::move(name)), m_command(std::move(command)) {}
-
-bool Job::start() {
+bool Job::start(const std::string& password) {
   m_ending = false;
   m_started = Clock::now();
   m_process = std::make_unique<oxu::StartProcess>(
-      "", "", kPreamble + m_command, "", [this](const std::string& chunk) { capture(chunk); }, kChunkBytes, false);
+      m_config.workdir, m_config.env, commandLine(m_config, runsThroughSudo()), password,
+      [this](const std::string& chunk) { capture(chunk); }, m_config.buffer, m_config.root);
   if (!m_process->isRunning()) {
     m_process.reset();
     return false;
@@ -50,9 +55,11 @@ bool Job::start() {
   return true;
 }
 
-void Job::finish() {
-  m_ran += Clock::now() - m_started;
-  endStoppedProcess();
+bool Job::runsThroughSudo() const { return m_config.root && ::geteuid() != 0; }
+
+void Job::finish(Clock::time_point quitTime) {
+  m_ran += quitTime - m_started;
+  endGroup();
   waitForRestOfOutput();
   m_ending = true;
   m_process.reset();
@@ -63,24 +70,28 @@ void Job::finish() {
   if (!m_unfinished_line.empty()) print(std::exchange(m_unfinished_line, {}));
 }
 
-// A command that was stopped, by reaching for the terminal for example, is reported as gone too, but is still
-// there and still a child.
-void Job::endStoppedProcess() const {
-  if (::waitpid(m_pid, nullptr, WNOHANG) != 0) return;
+// What the command has left behind in its group goes with it. A command that was stopped, by reaching for the
+// terminal for example, was reported as gone too, but is still there and still a child.
+void Job::endGroup() const {
   ::kill(-m_pid, SIGKILL);
+  if (::waitpid(m_pid, nullptr, WNOHANG) != 0) return;
+  ::kill(m_pid, SIGKILL);
   ::waitpid(m_pid, nullptr, 0);
 }
 
 // The process has gone, but what it wrote last may still be in the pipe. All of that has been delivered when
-// nothing comes for a while, or when more has come than a pipe holds, from a grandchild that goes on writing.
+// nothing comes for a while. Something that has left the group may go on writing: then more has come than a pipe
+// holds, or the time is up.
 void Job::waitForRestOfOutput() const {
   constexpr std::chrono::milliseconds kQuiet(40);
-  const unsigned long enough = m_bytes + kPipeBytes + kChunkBytes;
+  constexpr std::chrono::seconds kLongest(2);
+  const unsigned long enough = m_bytes + kPipeBytes + m_config.buffer;
+  const Clock::time_point deadline = Clock::now() + kLongest;
   unsigned long before = 0;
   do {
     before = m_bytes;
     std::this_thread::sleep_for(kQuiet);
-  } while (m_capturing || (before != m_bytes && m_bytes < enough));
+  } while (m_capturing || (before != m_bytes && m_bytes < enough && Clock::now() < deadline));
 }
 
 void Job::capture(const std::string& chunk) {
@@ -110,8 +121,9 @@ void Job::printWholeLines() {
 void Job::print(std::string line) {
   ++m_lines;
   std::replace(line.begin(), line.end(), '\0', '?');
-  const std::string column(m_name.size() < 8 ? 8 - m_name.size() : 0, ' ');
-  logLine(oxu::INFO, m_name + column + " | " + line);
+  std::string label = name().substr(0, kLongestLabel);
+  label.resize(std::max(label.size(), kShortestLabel), ' ');
+  logLine(oxu::INFO, label + " | " + line);
 }
 
 }  // namespace supervisor

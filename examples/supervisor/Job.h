@@ -6,7 +6,9 @@
 #include <chrono>
 #include <memory>
 #include <string>
+#include <utility>
 
+#include "Config.h"
 #include "oxu/StartProcess.h"
 
 namespace supervisor {
@@ -14,16 +16,24 @@ namespace supervisor {
 // Used from the main thread, but for the capture, which runs on the reader thread of the process.
 class Job {
  public:
-  Job(std::string name, std::string command);
+  using Clock = std::chrono::steady_clock;
 
-  // Launches the command; false when that failed.
-  bool start();
+  explicit Job(JobConfig config) : m_config(std::move(config)) {}
 
-  // To be called once the monitor has reported the process as gone: takes the rest of its output and ends the
-  // capture.
-  void finish();
+  // Launches the command, with the password where it is to run as root; false when that failed.
+  bool start(const std::string& password);
 
-  const std::string& name() const { return m_name; }
+  // Whether it is to be started again now that it has quit.
+  bool mayRestart() const { return m_starts <= m_config.restart; }
+
+  // To be called once the monitor has reported the process as gone, with the time when it did: ends what is left
+  // of the process's group, takes the rest of its output and ends the capture.
+  void finish(Clock::time_point quitTime);
+
+  // Whether the command runs as root while the supervisor does not.
+  bool runsThroughSudo() const;
+
+  const std::string& name() const { return m_config.name; }
   int pid() const { return m_pid; }
   bool isAlive() const { return m_process != nullptr; }
   int starts() const { return m_starts; }
@@ -32,16 +42,13 @@ class Job {
   double seconds() const { return std::chrono::duration<double>(m_ran).count(); }
 
  private:
-  using Clock = std::chrono::steady_clock;
-
   void capture(const std::string& chunk);
   void printWholeLines();
   void print(std::string line);
-  void endStoppedProcess() const;
+  void endGroup() const;
   void waitForRestOfOutput() const;
 
-  std::string m_name;
-  std::string m_command;
+  JobConfig m_config;
   std::unique_ptr<oxu::StartProcess> m_process;
   std::atomic<bool> m_ending{false};
   std::atomic<bool> m_capturing{false};

@@ -6,9 +6,17 @@
 
 namespace supervisor {
 
-// Logs one line; waits up to a second for room. A console that stood still that long is not waited for again
-// until it moves. A line that found no room is counted and mentioned in the next one that does.
+// Logs one line, unless its level is below get_log_level(). Where the console is slower than the output it waits
+// for room, and so does the command behind it. From any thread.
 void logLine(int level, const std::string& text);
+
+// From now on logLine waits for at most a second in all, and gives up its line then. May be called from a signal
+// handler.
+void becomeImpatient();
+
+// Waits until the logger has printed what it holds, as far as the console takes it; not for long once impatient.
+// Returns how many lines were given up.
+unsigned long finishLog();
 
 }  // namespace supervisor
 

@@ -9,7 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "Config.h"
 #include "Job.h"
+#include "oxu/Json.h"
 #include "oxu/ProcessMonitor.h"
 
 namespace supervisor {
@@ -18,29 +20,32 @@ namespace supervisor {
 // callbacks, which come on the monitor's thread, only tell the main thread which job has quit.
 class Supervisor {
  public:
-  explicit Supervisor(int restarts) : m_restarts(restarts) {}
-
-  void add(const std::string& name, const std::string& command) { m_jobs.emplace_back(name, command); }
+  explicit Supervisor(const Config& config);
 
   // Returns when no job is alive any more, which happens soon after stopRequested() has become
   // true.
   void run(const std::function<bool()>& stopRequested);
 
-  void printSummary() const;
+  // What became of each.
+  oxu::json::Json report() const;
 
  private:
   void start(Job& job);
-  void handleQuit(Job& job);
+  struct Quit {
+    Job* job = nullptr;
+    Job::Clock::time_point time;
+  };
+  void handleQuit(const Quit& quit);
   void killAll();
-  Job* nextQuit();
-  std::vector<int> alivePids() const;
+  bool nextQuit(Quit& quit);
+  std::vector<const Job*> aliveJobs() const;
 
-  int m_restarts;
+  std::string m_password;
   bool m_stopping = false;
   std::deque<Job> m_jobs;  // a deque: the jobs stay at their addresses
   std::mutex m_mutex;
   std::condition_variable m_wake_up;
-  std::deque<Job*> m_quits;  // guarded by m_mutex
+  std::deque<Quit> m_quits;  // guarded by m_mutex
   oxu::ProcessMonitor m_monitor;
 };
 

@@ -1,24 +1,26 @@
-// supervisor: runs commands side by side, prints what they write, and restarts those that quit.
+// supervisor: runs the commands of an INI file side by side, prints what they write, restarts those that quit, and
+// reports what became of them.
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
+#include <exception>
+#include <fstream>
+#include <iostream>
+#include <stdexcept>
 #include <string>
-#include <thread>
-#include <utility>
-#include <vector>
 
+#include "Config.h"
+#include "Log.h"
 #include "Supervisor.h"
 #include "oxu/CApi.h"
+#include "oxu/Option.h"
 
 namespace {
 
+constexpr int kExitFailure = 1;
 constexpr int kExitUsage = 2;
-constexpr std::size_t kLongestName = 64;
 
 std::atomic<bool> stopSignalled{false};
 std::atomic<int> stopSignals{0};
@@ -26,26 +28,8 @@ std::atomic<int> stopSignals{0};
 // The third one ends a supervisor that waits for a console which stands still.
 void handleStopSignal(int signal) {
   stopSignalled = true;
+  supervisor::becomeImpatient();
   if (++stopSignals == 3) ::_exit(128 + signal);
-}
-
-int usage(const char* program, const std::string& fault) {
-  std::fprintf(stderr,
-               "%s: %s\n"
-               "usage: %s [--restart N] NAME=COMMAND...\n"
-               "  Runs each COMMAND with bash and prints its output line by line.\n"
-               "  --restart N  start a command again when it quits, at most N times (0)\n"
-               "Ctrl-C, or SIGTERM, kills all of them.\n",
-               program, fault.c_str(), program);
-  return kExitUsage;
-}
-
-bool parseCount(const char* text, int& count) {
-  char* end = nullptr;
-  const long value = std::strtol(text, &end, 10);
-  if (end == text || *end != '\0' || value < 0 || value > 1000000) return false;
-  count = static_cast<int>(value);
-  return true;
 }
 
 void catchStopSignals() {
@@ -54,44 +38,87 @@ void catchStopSignals() {
   for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) ::sigaction(signal, &action, nullptr);
 }
 
-// The logger discards what it has not printed when it is uninstalled.
-void letTheLoggerFinish() { std::this_thread::sleep_for(std::chrono::milliseconds(100)); }
+struct CommandLine {
+  std::string config;
+  std::string report;
+  bool isVerbose = false;
+};
+
+void declareOptions(Option& options) {
+  options.addOption("config", Option::RequiredValue, "the INI file with the commands");
+  options.addOption("c", Option::RequiredValue, "the same");
+  options.addOption("report", Option::RequiredValue, "the file for the summary (standard output)");
+  options.addOption("v", Option::NoValue, "print more");
+  options.addOption("help", Option::NoValue, "print this and end");
+}
+
+// Throws std::exception where the command line is wrong.
+CommandLine readCommandLine(const Option& options) {
+  CommandLine line;
+  std::string ignored;
+  if (!options.getOptionValue("config", line.config) && !options.getOptionValue("c", line.config)) {
+    throw std::runtime_error("Option --config is required.");
+  }
+  options.getOptionValue("report", line.report);
+  line.isVerbose = options.getOptionValue("v", ignored);
+  return line;
+}
+
+oxu::json::Json supervise(const supervisor::Config& config, bool isVerbose) {
+  // A command that is launched while lines are printed one by one would repeat its own text in its output.
+  std::setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
+  install_log_task();
+  set_log_level(isVerbose ? oxu::DEBUG : oxu::INFO);
+  catchStopSignals();
+  oxu::json::Json report;
+  {
+    supervisor::Supervisor supervisor(config);
+    supervisor.run([] { return stopSignalled.exchange(false); });
+    report = supervisor.report();
+  }
+  const unsigned long givenUp = supervisor::finishLog();
+  uninstall_log_task();
+  if (givenUp != 0) std::cerr << givenUp << " lines were not printed, the console being too slow\n";
+  return report;
+}
+
+bool writeReport(const oxu::json::Json& report, const std::string& path) {
+  if (!path.empty()) {
+    std::ofstream file(path);
+    if (file << report.toString() << std::endl) return true;
+    std::cerr << "the report cannot be written to " << path << ", and goes to standard output\n";
+  }
+  std::cout << report.toString() << std::endl;
+  return path.empty() && std::cout;
+}
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  int first = 1;
-  int restarts = 0;
-  if (argc > first && std::strcmp(argv[first], "--restart") == 0) {
-    if (argc < 3 || !parseCount(argv[2], restarts)) return usage(argv[0], "--restart takes a count");
-    first = 3;
+  Option options;
+  declareOptions(options);
+  CommandLine line;
+  try {
+    options.parse(argc, argv);
+    std::string ignored;
+    if (options.getOptionValue("help", ignored)) return options.printUsage(), 0;
+    line = readCommandLine(options);
+  } catch (const std::out_of_range&) {
+    std::cerr << argv[0] << ": an argument is empty\n";
+    options.printUsage();
+    return kExitUsage;
+  } catch (const std::exception& fault) {
+    std::cerr << argv[0] << ": " << fault.what() << "\n";
+    options.printUsage();
+    return kExitUsage;
   }
-  std::vector<std::pair<std::string, std::string>> commands;
-  for (int i = first; i < argc; ++i) {
-    const std::string argument = argv[i];
-    const std::size_t equals = argument.find('=');
-    const std::string name = argument.substr(0, equals);
-    if (equals == std::string::npos || name.empty() || name.size() > kLongestName) {
-      return usage(argv[0], "'" + argument + "' is not NAME=COMMAND");
-    }
-    for (const auto& command : commands) {
-      if (command.first == name) return usage(argv[0], "two commands are called '" + name + "'");
-    }
-    commands.emplace_back(name, argument.substr(equals + 1));
+  try {
+    const supervisor::Config config = supervisor::readConfig(line.config);
+    const oxu::json::Json report = supervise(config, line.isVerbose);
+    const std::string path = line.report.empty() ? config.report : line.report;
+    return writeReport(report, path) ? 0 : kExitFailure;
+  } catch (const std::exception& fault) {
+    std::cerr << argv[0] << ": " << fault.what() << "\n";
+    return kExitFailure;
   }
-  if (commands.empty()) return usage(argv[0], "no command given");
-
-  // A command that is launched while lines are printed one by one would repeat its own text in its output.
-  std::setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
-  install_log_task();
-  catchStopSignals();
-  {
-    supervisor::Supervisor supervisor(restarts);
-    for (const auto& [name, command] : commands) supervisor.add(name, command);
-    supervisor.run([] { return stopSignalled.exchange(false); });
-    letTheLoggerFinish();
-    supervisor.printSummary();
-  }
-  uninstall_log_task();
-  return 0;
 }

@@ -1,0 +1,114 @@
+#include "Config.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <sstream>
+#include <stdexcept>
+
+#include "oxu/IniFile.h"
+
+namespace supervisor {
+
+namespace {
+
+const std::string kOwnSection = "supervisor";
+
+// One section being read, with messages that say where it stands.
+class Section {
+ public:
+  Section(IniFile& file, std::string path, std::string name)
+      : m_file(file), m_path(std::move(path)), m_name(std::move(name)) {}
+
+  [[noreturn]] void fail(const std::string& key, const std::string& fault) const {
+    throw std::runtime_error(m_path + ": [" + m_name + "] " + key + ": " + fault);
+  }
+
+  void allowOnly(const std::vector<std::string>& keys) const {
+    for (const auto& [key, value] : m_file[m_name]) {
+      if (m_name.empty()) fail(key, "stands before the first section");
+      if (std::find(keys.begin(), keys.end(), key) == keys.end()) fail(key, "there is no such key");
+      if ((m_name + value).find('\0') != std::string::npos) fail(key, "there is a NUL byte in it or in the name");
+    }
+  }
+
+  std::string text(const std::string& key) const { return m_file.getString(m_name, key, ""); }
+
+  bool flag(const std::string& key) const {
+    std::string word = m_file.getString(m_name, key, "false");
+    for (char& byte : word) byte = static_cast<char>(std::tolower(static_cast<unsigned char>(byte)));
+    if (word != "true" && word != "false" && word != "1" && word != "0")
+      fail(key, "'" + word + "' is not true or false");
+    return m_file.getBool(m_name, key, false);
+  }
+
+  int count(const std::string& key, int least, int otherwise) const {
+    if (!m_file.has(m_name, key)) return otherwise;
+    const std::string digits = text(key);
+    const int number = m_file.getInt(m_name, key, otherwise);
+    if (std::to_string(number) != digits || number < least) {
+      fail(key, "'" + digits + "' is not a whole number from " + std::to_string(least) + " to 2147483647");
+    }
+    return number;
+  }
+
+ private:
+  IniFile& m_file;
+  std::string m_path;
+  std::string m_name;
+};
+
+// The names stand in the table's text: no line of a file but a header can begin with a bracket.
+std::vector<std::string> sectionNames(const IniFile& file) {
+  std::vector<std::string> names;
+  std::istringstream lines(file.str());
+  for (std::string line; std::getline(lines, line);) {
+    if (!line.empty() && line.front() == '[') names.push_back(line.substr(1, line.size() - 2));
+  }
+  return names;
+}
+
+void readOwnSection(const Section& section, Config& config, int& restart) {
+  section.allowOnly({"restart", "password_env", "report"});
+  restart = section.count("restart", 0, 0);
+  config.report = section.text("report");
+  const std::string variable = section.text("password_env");
+  const char* password = std::getenv(variable.c_str());
+  if (!variable.empty() && password == nullptr) section.fail("password_env", "'" + variable + "' is not set");
+  if (password != nullptr) config.password = password;
+}
+
+JobConfig readJob(const Section& section, const std::string& name, int restart) {
+  section.allowOnly({"command", "env", "workdir", "root", "restart", "buffer", "blocking"});
+  JobConfig job;
+  job.name = name;
+  job.command = section.text("command");
+  if (job.command.empty()) section.fail("command", "is missing");
+  job.env = section.text("env");
+  job.workdir = section.text("workdir");
+  job.root = section.flag("root");
+  job.blocking = section.flag("blocking");
+  if (job.blocking && job.root && ::geteuid() != 0) section.fail("blocking", "is not possible for what sudo runs");
+  job.restart = section.count("restart", 0, restart);
+  job.buffer = static_cast<unsigned long>(section.count("buffer", 1, static_cast<int>(job.buffer)));
+  return job;
+}
+
+}  // namespace
+
+Config readConfig(const std::string& path) {
+  IniFile file;
+  if (!file.load(path)) throw std::runtime_error(path + ": cannot be read");
+  Config config;
+  int restart = 0;
+  if (file.has(kOwnSection)) readOwnSection(Section(file, path, kOwnSection), config, restart);
+  for (const std::string& name : sectionNames(file)) {
+    if (name != kOwnSection) config.jobs.push_back(readJob(Section(file, path, name), name, restart));
+  }
+  if (config.jobs.empty()) throw std::runtime_error(path + ": there is no section with a command");
+  return config;
+}
+
+}  // namespace supervisor

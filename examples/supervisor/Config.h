@@ -1,0 +1,33 @@
+// What the supervisor is to run, read from its INI file.
+#ifndef SUPERVISOR_CONFIG_H
+#define SUPERVISOR_CONFIG_H
+
+#include <string>
+#include <vector>
+
+namespace supervisor {
+
+// One section of the file, whose name is the command's.
+struct JobConfig {
+  std::string name;
+  std::string command;
+  std::string env;               // names of variables to export, separated by commas
+  std::string workdir;           // empty: the supervisor's own
+  bool root = false;             // run with sudo, unless the supervisor is root
+  bool blocking = false;         // the command waits for its reader instead of losing output
+  int restart = 0;               // how often to start it again when it quits
+  unsigned long buffer = 16384;  // bytes of a chunk of output, at most
+};
+
+struct Config {
+  std::vector<JobConfig> jobs;
+  std::string password;  // for sudo: the value of the variable that password_env names
+  std::string report;    // where to write the summary; empty: standard output
+};
+
+// Throws std::runtime_error that names file, section and key where the file cannot be used.
+Config readConfig(const std::string& path);
+
+}  // namespace supervisor
+
+#endif

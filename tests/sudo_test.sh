@@ -1,0 +1,58 @@
+#!/usr/bin/env bash
+# Root privilege through the system's own sudo: makes a user with a password and a sudoers entry, and lets that user
+# run the supervisor example with commands that want root. Ends with 77, which is a skip, where that is impossible.
+# Usage: sudo_test.sh SUPERVISOR
+set -u
+((EUID == 0)) || { echo "skipped: only root can make the user that this test needs"; exit 77; }
+for tool in sudo useradd chpasswd su; do
+  command -v "$tool" >/dev/null || { echo "skipped: there is no $tool"; exit 77; }
+done
+
+user=oxutest$$
+password='pass w0rd'
+work=$(mktemp -d)
+cleanup() {
+  rm -rf "$work" "/etc/sudoers.d/$user" "/run/sudo/ts/$user"
+  userdel --force "$user" >/dev/null 2>&1
+}
+trap cleanup EXIT
+useradd --no-create-home --shell /bin/bash "$user" && chpasswd <<<"$user:$password" &&
+  (umask 337 && echo "$user ALL=(ALL) ALL" >"/etc/sudoers.d/$user") && visudo -c >/dev/null ||
+  { echo "skipped: no user with a sudoers entry can be made here"; exit 77; }
+
+# The library that the supervisor uses stands beside it or above it, where the user may not look.
+cp "$1" "$(dirname "$1")"/../libOxuTool.so* "$work" 2>/dev/null
+chmod 755 "$work"
+cat >"$work/s.ini" <<'INI'
+[supervisor]
+password_env = OXU_PASSWORD
+[who]
+command = id -u; printf '<%s>\n' $OXU_KEPT
+env = OXU_KEPT
+root = true
+INI
+printf '[supervisor]\npassword_env = OXU_PASSWORD\n[long]\ncommand = sleep 1234\nroot = true\n' >"$work/long.ini"
+
+# run PASSWORD FILE [TIMEOUT] runs the supervisor as the user.
+run() {
+  timeout --preserve-status -s TERM "${3:-30}" su "$user" -c "cd '$work' && LD_LIBRARY_PATH=. OXU_KEPT=kept \
+    OXU_PASSWORD='$1' exec ./supervisor -c $2" 2>&1
+}
+
+faults=0
+expect() { # WHAT TEXT OUTPUT
+  [[ $3 == *"$2"* ]] && return
+  printf 'FAILED %s:\n%s\n' "$1" "$3"
+  faults=$((faults + 1))
+}
+expect "a wrong password" "try again" "$(run wrong s.ini)"
+output=$(run "$password" s.ini)
+expect "root" "password for $user: 0" "$output"
+expect "the kept environment" "who      | <kept>" "$output"
+expect "the end by a signal" '"name":"long"' "$(run "$password" long.ini 3)"
+# Only what still runs counts; the root command is found by its own words.
+sleep 0.5
+alive=$(grep -lz 1234 /proc/[0-9]*/cmdline 2>/dev/null | xargs -r grep -lxz sleep 2>/dev/null)
+expect "no root command left behind" "none" "${alive:-none}"
+((faults == 0)) && echo "all as expected"
+exit "$faults"
