@@ -27,10 +27,10 @@ constexpr char kWakeUpText[] = "Stop Process!\n";
 
 // The read end carries this mark, far above any descriptor number, while the reader thread uses it.
 //
-// Who closes the read end. Only a failed fork closes the pipe while the reader runs. The number may
-// be given to another file at once, so it must not be closed while the reader is about to select or
-// read on it: closePipe takes the number away, and whichever of the two sees that the other is done
-// with it closes it. So the reader's calls never meet a number that was closed, let alone reused.
+// Who closes the read end. Only a failed fork closes the pipe while the reader runs. The number may be given to
+// another file at once, so it must not be closed while the reader is about to select or read on it: closePipe takes
+// the number away, and whichever of the two sees that the other is done with it closes it. So the reader's calls never
+// meet a number that was closed, let alone reused.
 constexpr int kInUse = 1 << 30;
 
 class ReadEndUse {
@@ -209,7 +209,8 @@ void StartProcess::stopReadPipe() {
 void StartProcess::closePipe() {
   int readEnd = m_pipe_read.exchange(-1);
   closeEnd(m_pipe_write);
-  // A read end in use is left to the reader, which closes it at the end of its iteration.
+  // A read end in use is left to the reader, which closes it at the end of its iteration. (The mark is seen in -1 as
+  // well, where nothing is to be closed.)
   if ((readEnd & kInUse) == 0) closeEnd(readEnd);
 }
 
