@@ -1,6 +1,7 @@
 // The logger beside the bare calls that its work cannot do without.
 #include <benchmark/benchmark.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -55,7 +56,10 @@ class Console {
   ~Console() { ::close(m_fd); }
   int fd() const { return m_fd; }
   void waitFor(long bytes) const {
-    while (::lseek(m_fd, 0, SEEK_END) < bytes) std::this_thread::sleep_for(std::chrono::microseconds(100));
+    // Not by a seek, which would move the logger's position too.
+    for (struct stat status{}; status.st_size < bytes; ::fstat(m_fd, &status)) {
+      std::this_thread::sleep_for(std::chrono::microseconds(100));
+    }
   }
 
  private:

@@ -42,7 +42,10 @@ DescriptorCapture::~DescriptorCapture() {
 }
 
 std::string DescriptorCapture::text() const {
-  std::string text(static_cast<std::size_t>(::lseek(m_file, 0, SEEK_END)), '\0');
+  // Not by a seek: the descriptor that is captured shares its position with the file's own.
+  struct stat status {};
+  ::fstat(m_file, &status);
+  std::string text(static_cast<std::size_t>(status.st_size), '\0');
   text.resize(static_cast<std::size_t>(::pread(m_file, text.data(), text.size(), 0)));
   return text;
 }
