@@ -46,8 +46,8 @@ struct CommandLine {
 
 void declareOptions(Option& options) {
   options.addOption("config", Option::RequiredValue, "the INI file with the commands");
-  options.addOption("c", Option::RequiredValue, "the same");
-  options.addOption("report", Option::RequiredValue, "the file for the summary (standard output)");
+  options.addOption("c", Option::RequiredValue, "short for --config");
+  options.addOption("report", Option::RequiredValue, "the file for the summary instead of standard output");
   options.addOption("v", Option::NoValue, "print more");
   options.addOption("help", Option::NoValue, "print this and end");
 }
