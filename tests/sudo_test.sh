@@ -31,7 +31,8 @@ command = id -u; printf '<%s>\n' $OXU_KEPT
 env = OXU_KEPT
 root = true
 INI
-printf '[supervisor]\npassword_env = OXU_PASSWORD\n[long]\ncommand = sleep 1234\nroot = true\n' >"$work/long.ini"
+seconds=$((1000000 + $$)) # tells this run's command from that of another
+printf '[supervisor]\npassword_env = OXU_PASSWORD\n[long]\ncommand = sleep %s\nroot = true\n' $seconds >"$work/long.ini"
 
 # run PASSWORD FILE [TIMEOUT] runs the supervisor as the user.
 run() {
@@ -52,7 +53,7 @@ expect "the kept environment" "who      | <kept>" "$output"
 expect "the end by a signal" '"name":"long"' "$(run "$password" long.ini 3)"
 # Only what still runs counts; the root command is found by its own words.
 sleep 0.5
-alive=$(grep -lz 1234 /proc/[0-9]*/cmdline 2>/dev/null | xargs -r grep -lxz sleep 2>/dev/null)
+alive=$(grep -lxz "$seconds" /proc/[0-9]*/cmdline 2>/dev/null | xargs -r grep -lxz sleep 2>/dev/null)
 expect "no root command left behind" "none" "${alive:-none}"
 ((faults == 0)) && echo "all as expected"
 exit "$faults"
