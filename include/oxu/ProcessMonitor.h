@@ -7,11 +7,11 @@
 /// | the process has gone |                       | removes the entry, then calls its quit callback |
 /// | ~ProcessMonitor      |                       | drops it, without a call                        |
 ///
-/// Two kinds of entries. Where both pids of a ProcessInfo are the same, the process is a child of the host, and
-/// the monitor reaps it; a child that is stopped by a signal counts as gone, and is neither reaped nor ended. A pid
-/// that is no child of the host stays in the table and is reported as an error in each pass. After updateProcess (or setPid) has
-/// made them differ, the process is any other one, looked up in /proc; when it has gone, the entry's own pid is
-/// reaped.
+/// Two kinds of entries. Where both pids of a ProcessInfo are the same, the process is a child of the host, and the
+/// monitor reaps it; a child that is stopped by a signal counts as gone, and is neither reaped nor ended. A pid that
+/// is no child of the host stays in the table and is reported as an error in each pass. After updateProcess (or
+/// setPid) has made the pids differ, the process is any other one, looked up in /proc; when it has gone, the entry's
+/// own pid is reaped.
 ///
 /// Threads: addProcess and updateProcess may be called from any thread. Quit callbacks run one at a time on the
 /// monitor's thread, at most about 200 milliseconds after the process ended. A callback may call addProcess and
