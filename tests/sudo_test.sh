@@ -4,7 +4,7 @@
 # Usage: sudo_test.sh SUPERVISOR
 set -u
 ((EUID == 0)) || { echo "skipped: only root can make the user that this test needs"; exit 77; }
-for tool in sudo useradd chpasswd su; do
+for tool in sudo useradd chpasswd setpriv; do
   command -v "$tool" >/dev/null || { echo "skipped: there is no $tool"; exit 77; }
 done
 
@@ -36,8 +36,8 @@ printf '[supervisor]\npassword_env = OXU_PASSWORD\n[long]\ncommand = sleep %s\nr
 
 # run PASSWORD FILE [TIMEOUT] runs the supervisor as the user.
 run() {
-  timeout --preserve-status -s TERM "${3:-30}" su "$user" -c "cd '$work' && LD_LIBRARY_PATH=. OXU_KEPT=kept \
-    OXU_PASSWORD='$1' exec ./supervisor -c $2" 2>&1
+  cd "$work" && LD_LIBRARY_PATH=. OXU_KEPT=kept OXU_PASSWORD=$1 timeout --preserve-status -s TERM "${3:-30}" \
+    setpriv --reuid="$user" --regid="$user" --init-groups ./supervisor -c "$2" 2>&1
 }
 
 faults=0
