@@ -237,8 +237,11 @@ int StartProcess::addProcess(const std::string& workDir, const std::string& envN
 // be computed before the fork was. What it prints goes through stdio, whose locks the C library frees in the child.
 // The variable with the password is put into a copy of the environment, since setenv takes a lock.
 void StartProcess::runChild(const LaunchLine& line) {
-  // What another thread was about to print is the host's; its own copy goes on there.
+  // What another thread was about to print is the host's; its own copy goes on there. A stream that was never used
+  // would allocate its buffer now.
+  char buffer[BUFSIZ];
   ::__fpurge(stdout);
+  if (::__fbufsize(stdout) == 0) std::setvbuf(stdout, buffer, ::__flbf(stdout) != 0 ? _IOLBF : _IOFBF, sizeof buffer);
   ::close(m_pipe_read & ~kInUse);
   if (::fcntl(m_pipe_write, F_SETFL, O_NONBLOCK) == -1) std::perror("fcntl set nonblock");
   if (::dup2(m_pipe_write, STDOUT_FILENO) == -1 || ::dup2(m_pipe_write, STDERR_FILENO) == -1) {
