@@ -146,8 +146,7 @@ int StartProcess::initializePipe() {
   if (::fcntl(fds[0], F_SETFL, flags | O_NONBLOCK) == -1) {
     push_log(ERROR, "fcntl F_SETFL error: %s", std::strerror(errno));
   }
-  // Hardening, best effort: no other command of the host inherits the pipe, and it takes larger
-  // bursts.
+  // Hardening, best effort: no other command of the host inherits the pipe, and it takes larger bursts.
   ::fcntl(fds[0], F_SETFD, FD_CLOEXEC);
   ::fcntl(fds[1], F_SETFD, FD_CLOEXEC);
   ::fcntl(fds[1], F_SETPIPE_SZ, kPipeBytes);
