@@ -10,6 +10,7 @@
 #include <memory>
 #include <new>
 
+#include "os/os_descriptor.h"
 #include "os/os_signal.h"
 #include "oxu/CApi.h"
 #include "oxu/StartProcess.h"
@@ -116,16 +117,6 @@ void copyEnvironment(char** to, char* entry) {
   *to = nullptr;
 }
 
-// Moves a pipe's end off the numbers of the standard descriptors, which a host that has closed its own leaves
-// free: what such a host prints must not end up in the pipe. Best effort.
-int awayFromStandard(int end) {
-  if (end > STDERR_FILENO) return end;
-  const int moved = ::fcntl(end, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-  if (moved == -1) return end;
-  ::close(end);
-  return moved;
-}
-
 }  // namespace
 
 int StartProcess::initializePipe() {
@@ -134,7 +125,7 @@ int StartProcess::initializePipe() {
     complain("pipe failed");
     return -1;
   }
-  for (int& end : fds) end = awayFromStandard(end);
+  for (int& end : fds) end = os_descriptor_off_standard(end);
   m_pipe_write = fds[1];
   m_pipe_read = fds[0];
 

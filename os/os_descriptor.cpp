@@ -1,0 +1,12 @@
+#include "os/os_descriptor.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+int os_descriptor_off_standard(int fd) {
+  if (fd < 0 || fd > STDERR_FILENO) return fd;
+  const int moved = ::fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  if (moved == -1) return fd;
+  ::close(fd);
+  return moved;
+}
