@@ -1,5 +1,6 @@
 /**
- * The C functions of libOxuTool: the console logger and the caller's process id.
+ * The C functions of libOxuTool: the console logger, the caller's process id and, under C++, the frames of the log
+ * service.
  *
  * The logger prints on standard output, from one thread of its own, one line a record:
  *
@@ -31,6 +32,8 @@
 
 #include "oxu/Export.h"
 #ifdef __cplusplus
+#include <string>
+
 #include "oxu/LogLevel.h"
 extern "C" {
 #else
@@ -69,6 +72,23 @@ OXU_EXPORT bool push_log(int level, const char* format, ...) __attribute__((form
 OXU_EXPORT int getPid(void);
 
 #ifdef __cplusplus
+/**
+ * Packs a message into one frame, the unit that clients send to a log service:
+ *
+ * | offset         | bytes          | field                                                        |
+ * |----------------|----------------|--------------------------------------------------------------|
+ * | 0              | 4              | number of bytes after this field: 3 + name length + body size |
+ * | 4              | 1              | low byte of `type`                                           |
+ * | 5              | 2              | name length                                                  |
+ * | 7              | name length    | name                                                         |
+ * | 7 + name length | body size     | body                                                         |
+ *
+ * Integers are in native byte order. Stores in `*out` the frame, which the caller frees with delete[], and in
+ * `*outLength` the value of its first field: the frame has 4 bytes more. A name of more than 65535 bytes, a frame of
+ * 2^31 bytes or more, and a lack of memory give a null `*out` and 0. From any thread.
+ */
+OXU_EXPORT void ProtocolToString(int type, const std::string& name, const std::string& body, char** out,
+                                 int* outLength);
 }
 #endif
 

@@ -1,0 +1,81 @@
+/// A small TCP server: hands every chunk of bytes that a client sends to a callback of the host's.
+///
+/// | state     | reached by                             | startServer                 | stopServer, destruction |
+/// |-----------|----------------------------------------|-----------------------------|-------------------------|
+/// | stopped   | construction, stopServer, failed start | listens                     | no effect               |
+/// | listening | startServer                            | prints the init-failed line | stops                   |
+///
+/// Threads: startServer, stopServer, port and the destructor are called by one thread at a time, and never from the
+/// callback. The server has one thread that accepts (some 98 connections a second at the most) and one for each
+/// connection, with a 64 KiB buffer on its stack. A connection that has ended leaves a small record behind until
+/// stopServer.
+///
+/// What it does is printed as lines that begin with "[LogServiceServer]"; a line that cannot be written is dropped.
+///
+/// There is no authentication and no encryption: listen on a loopback address or in a network that is trusted.
+#ifndef OXU_LOGSERVICE_H
+#define OXU_LOGSERVICE_H
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "oxu/Export.h"
+#include "oxu/Socket.h"
+
+class OXU_EXPORT LogService {
+ public:
+  LogService();
+
+  /// Stops a running server.
+  ~LogService();
+
+  LogService(const LogService&) = delete;
+  LogService& operator=(const LogService&) = delete;
+
+  /// Listens on `ip`:`port`; port 0 lets the system choose. An `ip` that is no IPv4 address ("localhost", "") means all
+  /// addresses of the machine. A port above 32767 is given as static_cast<short>(port), and printed negative.
+  ///
+  /// There is no result. Where it fails, "[LogServiceServer]system socket(%s:%d) init failed!\n" is on standard error
+  /// (after "Bind failed, error code: %d\n" on standard output for an address in use), and port() is 0; a server that
+  /// runs already goes on.
+  void startServer(const std::string& ip, short port);
+
+  /// Ends and joins every thread and closes the listening socket. Takes about a second, and as long as running
+  /// callbacks take. Bytes that no thread has received yet are lost.
+  void stopServer();
+
+  /// The port that the server listens on; 0 while it is stopped.
+  unsigned short port() const;
+
+ private:
+  std::atomic<bool> m_stop{false};
+  std::uint64_t m_thread = 0;
+  std::vector<unsigned long> m_clientThreads;
+
+ public:
+  /// Gets each received chunk of 1 to 65536 bytes as it came: where one send ended and the next began is not kept. The
+  /// data is the library's, and valid during the call. Empty: what is received is discarded.
+  ///
+  /// Assigned before startServer, and left alone while the server runs. It runs on the thread of the connection, so
+  /// calls for several connections overlap; the calls for one connection come one by one, in order, always on the
+  /// same thread, which serves no other (so a thread_local object belongs to one connection, and ends with it). It must
+  /// not throw.
+  std::function<void(const char* data, int length)> m_callback;
+
+ private:
+  struct ClientThread;
+
+  static void* runMainThread(void* self);
+  static void* runClientThread(void* argument);
+  void mainThread();
+  bool acceptClient();
+  void startClientThread(const std::shared_ptr<CSocket>& client);
+  void handleClient(std::shared_ptr<CSocket> client);
+
+  CSocket m_socket;
+};
+
+#endif

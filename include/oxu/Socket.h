@@ -1,0 +1,150 @@
+/// A reference-counted IPv4 socket behind an abstract interface.
+///
+/// | state | reached by                         | attach, initSocket       | close     | other operations   |
+/// |-------|------------------------------------|--------------------------|-----------|--------------------|
+/// | empty | construction, dettach, close       | hold a handle            | no effect | fail               |
+/// | holds | attach, initSocket, being accepted | false, the first is kept | empty     | work on the handle |
+///
+/// Every handle that is taken over is made non-blocking, and gets send and receive time-outs of 500 ms, 8192-byte
+/// buffers and address reuse. Addresses are texts like "127.0.0.1". A text that is no IPv4 address, the empty one
+/// and a host name included, stands for any address (0.0.0.0).
+///
+/// Ownership: an object made by `new` has one reference; the last releaseRef closes the handle and deletes the
+/// object. An object with another owner (a member, a smart pointer) is closed by its owner first: the destructor
+/// leaves the handle open.
+///
+/// Threads: the reference count may be changed from any thread. Everything else is used by one thread at a time.
+///
+/// No operation raises SIGPIPE. Handles that are made here are close-on-exec.
+#ifndef OXU_SOCKET_H
+#define OXU_SOCKET_H
+
+#include <sys/socket.h>
+
+#include <cstdint>
+#include <string>
+
+#include "oxu/Export.h"
+
+/// The mode of a socket call. It selects nothing; 0 stands for the default mode.
+using RT_MODE = std::uint32_t;
+
+class OXU_EXPORT IBase {
+ public:
+  /// For "IBase" and "ISocket": stores the object in `*out`, adds a reference for the caller, and returns true.
+  /// False for any other name; `*out` is left as it was.
+  virtual bool queryInterface(const char* name, void** out) = 0;
+
+  /// Both return the number of references after the change. With the last one the object is gone.
+  virtual std::uint64_t addRef() = 0;
+  virtual std::uint64_t releaseRef() = 0;
+
+ protected:
+  ~IBase() = default;
+};
+
+/// What can be done with a socket.
+class OXU_EXPORT ISocket : public IBase {
+ public:
+  /// Takes over an open handle and configures it. False, changing nothing, for -1 and where a handle is held.
+  virtual bool attach(int fd, RT_MODE mode) = 0;
+  /// Gives the handle up without closing it; -1 when there was none.
+  virtual int dettach() = 0;
+  /// Creates a handle and binds it; port 0 lets the system choose. False when that fails. The handle stays after a
+  /// failed bind, which prints "Bind failed, error code: %d\n" on standard output.
+  virtual bool initSocket(__socket_type type, const std::string& ip, unsigned short port, RT_MODE mode) = 0;
+
+  /// Closes the handle, if any. Always true.
+  virtual bool close() = 0;
+
+  /// False, with the message of initSocket, when it fails.
+  virtual bool bind(const std::string& ip, unsigned short port) = 0;
+  virtual bool listen(int backlog) = 0;
+  /// Begins to connect. True when the connection stands or is under way; false when it failed at once.
+  virtual bool connect(const std::string& ip, unsigned short port) = 0;
+
+  /// Takes a pending connection into `client`, an empty socket of the caller's, and stores the peer's address.
+  /// False when there is none, for a null client and for one that holds a handle (the connection is closed then).
+  virtual bool accept(ISocket*& client, std::string& ip, unsigned short& port, RT_MODE mode) = 0;
+
+  /// The four return the number of bytes, 0 from a receive at the end of the stream, or -1: nothing to be had or no
+  /// room at the moment (EAGAIN), or a failure. A signal does not interrupt them. receiveFrom stores the sender's
+  /// address, unless it returns -1.
+  virtual int send(const void* data, int length, int flags) = 0;
+  virtual int receive(void* data, int length, int flags) = 0;
+  virtual int sendTo(const void* data, int length, const std::string& ip, unsigned short port, int flags) = 0;
+  virtual int receiveFrom(void* data, int length, std::string& ip, unsigned short& port, int flags) = 0;
+
+  /// The peer's address, and the socket's own. False, storing nothing, when there is none.
+  virtual bool getPeerName(std::string& ip, unsigned short& port) = 0;
+  virtual bool getSockName(std::string& ip, unsigned short& port) = 0;
+
+  /// As ::getsockopt and ::setsockopt do; true on success.
+  virtual bool getSockopt(int level, int name, void* value, unsigned int* length) = 0;
+  virtual bool setSockopt(int level, int name, const void* value, unsigned int length) = 0;
+
+ protected:
+  ~ISocket() = default;
+};
+
+/// The reference count.
+class OXU_EXPORT ISocketStub : public ISocket {
+ public:
+  bool queryInterface(const char* name, void** out) override;
+  std::uint64_t addRef() override;
+  std::uint64_t releaseRef() override;
+
+ protected:
+  ISocketStub() = default;
+  ISocketStub(const ISocketStub&) = delete;
+  ISocketStub& operator=(const ISocketStub&) = delete;
+  virtual ~ISocketStub() = default;
+
+  /// Runs when the last reference has gone, right before the object is deleted.
+  virtual void onFinalRelease() = 0;
+
+ private:
+  std::uint64_t m_refCount = 1;
+};
+
+/// A socket of the system's.
+class OXU_EXPORT CSocket : public ISocketStub {
+ public:
+  CSocket();
+
+  bool attach(int fd, RT_MODE mode) override;
+  int dettach() override;
+  bool initSocket(__socket_type type, const std::string& ip, unsigned short port, RT_MODE mode) override;
+  bool close() override;
+  bool bind(const std::string& ip, unsigned short port) override;
+  bool listen(int backlog) override;
+  bool connect(const std::string& ip, unsigned short port) override;
+  bool accept(ISocket*& client, std::string& ip, unsigned short& port, RT_MODE mode) override;
+  int send(const void* data, int length, int flags) override;
+  int receive(void* data, int length, int flags) override;
+  int sendTo(const void* data, int length, const std::string& ip, unsigned short port, int flags) override;
+  int receiveFrom(void* data, int length, std::string& ip, unsigned short& port, int flags) override;
+  bool getPeerName(std::string& ip, unsigned short& port) override;
+  bool getSockName(std::string& ip, unsigned short& port) override;
+  bool getSockopt(int level, int name, void* value, unsigned int* length) override;
+  bool setSockopt(int level, int name, const void* value, unsigned int length) override;
+  ~CSocket() override;
+
+  /// -1 when none is held.
+  int handle() const { return m_fd; }
+  RT_MODE mode() const { return m_mode; }
+
+ protected:
+  /// Closes the handle.
+  void onFinalRelease() override;
+
+  /// For derived classes: a handle has been attached and configured, and is about to be given up.
+  virtual void onSocketAttach();
+  virtual void onSocketDetach();
+
+ private:
+  int m_fd = -1;
+  RT_MODE m_mode = 2;
+};
+
+#endif

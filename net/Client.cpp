@@ -1,0 +1,64 @@
+#include <climits>
+
+#include "net/StatusLine.h"
+#include "os/os_socket.h"
+#include "os/os_socket_wait.h"
+#include "oxu/LogServiceClient.h"
+
+namespace {
+
+constexpr int kConnectWaitMs = 3000;
+constexpr int kSendWaitMs = 1000;
+
+enum Result { kConnected = 0, kNotConnected = -2, kNotSent = -3, kNotWritable = -4 };
+
+int notSent(int result) {
+  printStatus(stderr, "[LogServiceClient]Failed to send data. ret = %d\n", result);
+  return kNotSent;
+}
+
+}  // namespace
+
+LogServiceClient::LogServiceClient() : m_socket(*new CSocket) {
+  if (m_socket.initSocket(SOCK_STREAM, "", 0, 0)) return;
+  printStatus(stderr, "[LogServiceClient]Socket initialization failed. ret = %d\n", os_socket_get_errno_code());
+}
+
+LogServiceClient::~LogServiceClient() { m_socket.releaseRef(); }
+
+int LogServiceClient::connect(const std::string& ip, int port) {
+  if (!m_socket.connect(ip, static_cast<unsigned short>(port))) {
+    const int error = os_socket_get_errno_code();
+    printStatus(stderr, "[LogServiceClient]Socket(%s:%d) connection failed. ret = %d\n", ip.c_str(), port, error);
+    return kNotConnected;
+  }
+  int result = 0;
+  if (os_socket_writable(m_socket.handle(), kConnectWaitMs, &result, m_socket.mode())) return kConnected;
+  printStatus(stderr, "[LogServiceClient]Socket(%s:%d) connection failed  \n", ip.c_str(), port);
+  return kNotConnected;
+}
+
+int LogServiceClient::send(const char* data, unsigned long length) {
+  if (length > INT_MAX) return notSent(-1);
+  const int size = static_cast<int>(length);
+  for (int sent = 0; sent < size;) {
+    if (!os_socket_writable(m_socket.handle(), kSendWaitMs, nullptr, m_socket.mode())) {
+      printStatus(stderr, "[LogServiceClient]Socket not ready to write.\n");
+      return kNotWritable;
+    }
+    if (os_socket_is_link_broken(m_socket.handle(), 0)) {
+      printStatus(stderr, "[LogServiceClient]Socket link broken.\n");
+      return kNotWritable;
+    }
+    const int piece = m_socket.send(data + sent, size - sent, 0);
+    if (piece <= 0) return notSent(piece);
+    sent += piece;
+  }
+  return size;
+}
+
+bool LogServiceClient::close() {
+  if (m_socket.close()) return true;
+  printStatus(stderr, "[LogServiceClient]Socket close failed. ret = %d\n", os_socket_get_errno_code());
+  return false;
+}

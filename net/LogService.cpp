@@ -1,0 +1,135 @@
+#include "oxu/LogService.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+
+#include <new>
+
+#include "net/StatusLine.h"
+#include "os/os_socket.h"
+#include "os/os_socket_wait.h"
+#include "os/os_thread.h"
+
+namespace {
+
+constexpr int kReadinessWaitMs = 1000;
+constexpr int kAcceptPauseMs = 10;
+constexpr int kBacklog = 10;
+constexpr int kBufferBytes = 65536;
+
+void closeClient(CSocket* client) {
+  client->close();
+  delete client;
+  printStatus(stderr, "[LogServiceServer]close socket.\n");
+}
+
+}  // namespace
+
+// What a client thread starts with.
+struct LogService::ClientThread {
+  LogService* service;
+  std::shared_ptr<CSocket> client;
+};
+
+LogService::LogService() = default;
+
+LogService::~LogService() { stopServer(); }
+
+void LogService::startServer(const std::string& ip, short port) {
+  const auto fail = [&] {
+    printStatus(stderr, "[LogServiceServer]system socket(%s:%d) init failed!\n", ip.c_str(), port);
+  };
+  if (m_thread != 0) return fail();
+
+  m_stop = false;
+  m_thread = 0;
+  m_clientThreads.clear();
+  if (!m_socket.initSocket(SOCK_STREAM, ip, static_cast<unsigned short>(port), 0)) {
+    fail();
+    m_socket.close();
+    return;
+  }
+  printStatus(stderr, "[LogServiceServer]system socket(%s:%d) init success!\n", ip.c_str(), port);
+  m_socket.listen(kBacklog);
+  if (!os_thread_create(&m_thread, runMainThread, this, 0, 0)) {
+    fail();
+    m_socket.close();
+  }
+}
+
+void LogService::stopServer() {
+  m_stop = true;
+  if (m_thread != 0) {
+    os_thread_join(m_thread, nullptr);
+    m_thread = 0;
+  }
+  // The accept thread has ended: nobody adds to the list any more.
+  for (unsigned long& thread : m_clientThreads) {
+    if (thread != 0) os_thread_join(thread, nullptr);
+    thread = 0;
+  }
+  m_socket.close();
+}
+
+unsigned short LogService::port() const {
+  sockaddr_in address{};
+  socklen_t length = sizeof address;
+  if (os_socket_get_sock_name(m_socket.handle(), &address, &length, m_socket.mode()) == -1) return 0;
+  return ntohs(address.sin_port);
+}
+
+void* LogService::runMainThread(void* self) {
+  static_cast<LogService*>(self)->mainThread();
+  return nullptr;
+}
+
+void LogService::mainThread() {
+  while (!m_stop) {
+    if (!os_socket_readable(m_socket.handle(), kReadinessWaitMs, nullptr, m_socket.mode()) || acceptClient())
+      os_thread_sleep_milliseconds(kAcceptPauseMs, 0);
+  }
+}
+
+// False when there is no connection to be had. Without memory for one, the connection waits or is closed.
+bool LogService::acceptClient() try {
+  const std::shared_ptr<CSocket> client(new CSocket, closeClient);
+  ISocket* socket = client.get();
+  std::string ip;
+  unsigned short port = 0;
+  if (!m_socket.accept(socket, ip, port, 0)) return false;
+  printStatus(stdout, "[LogServiceServer]accept client(%s:%u).\n", ip.c_str(), static_cast<unsigned>(port));
+  startClientThread(client);
+  return true;
+} catch (const std::bad_alloc&) {
+  return true;
+}
+
+// Where it fails, the caller's pointer is the last, and the connection is closed.
+void LogService::startClientThread(const std::shared_ptr<CSocket>& client) {
+  std::unique_ptr<ClientThread> argument(new ClientThread{this, client});
+  m_clientThreads.push_back(0);
+  if (os_thread_create(&m_clientThreads.back(), runClientThread, argument.get(), 0, 0)) argument.release();
+}
+
+void* LogService::runClientThread(void* argument) {
+  const std::unique_ptr<ClientThread> start(static_cast<ClientThread*>(argument));
+  start->service->handleClient(start->client);
+  return nullptr;
+}
+
+void LogService::handleClient(std::shared_ptr<CSocket> client) {
+  char buffer[kBufferBytes];
+  while (!m_stop) {
+    if (os_socket_is_link_broken(client->handle(), 0)) {
+      printStatus(stderr, "[LogServiceServer]Link broken or not ready to read.\n");
+      return;
+    }
+    if (!os_socket_readable(client->handle(), kReadinessWaitMs, nullptr, client->mode())) continue;
+    const int size = client->receive(buffer, kBufferBytes, 0);
+    if (size <= 0) {
+      printStatus(stderr, "[LogServiceServer]Failed to receive data.\n");
+      return;
+    }
+    if (m_callback) m_callback(buffer, size);
+  }
+}

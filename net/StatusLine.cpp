@@ -1,0 +1,14 @@
+#include "net/StatusLine.h"
+
+#include <cstdarg>
+
+#include "os/os_signal.h"
+
+void printStatus(std::FILE* stream, const char* format, ...) {
+  const os_signal_pipe_guard noSigpipe;
+  va_list arguments;
+  va_start(arguments, format);
+  std::vfprintf(stream, format, arguments);
+  va_end(arguments);
+  std::fflush(stream);
+}

@@ -1,0 +1,169 @@
+#include "os/os_socket.h"
+
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <mutex>
+
+#include "os/os_descriptor.h"
+#include "os/os_thread.h"
+
+namespace {
+
+constexpr int kNoReservePauseMs = 10;
+
+// The reserve, and the number of initialisations that want it: guarded by the mutex.
+std::mutex mutex;
+int reserve = -1;
+int users = 0;
+
+thread_local int lastError = 0;
+
+// Passes a call's result on, and keeps the reason of a failure.
+template <typename Result>
+int checked(Result result) {
+  if (result == -1) lastError = errno;
+  return static_cast<int>(result);
+}
+
+int failed(int error) {
+  errno = error;
+  return checked(-1);
+}
+
+sockaddr* generic(void* address) { return static_cast<sockaddr*>(address); }
+const sockaddr* generic(const void* address) { return static_cast<const sockaddr*>(address); }
+
+// The caller holds the mutex.
+void fillReserve() {
+  if (reserve == -1) reserve = os_descriptor_off_standard(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+}
+
+void emptyReserve() {
+  if (reserve != -1) ::close(reserve);
+  reserve = -1;
+}
+
+bool isConnectionPending(int fd) {
+  pollfd listener{fd, POLLIN, 0};
+  return ::poll(&listener, 1, 0) == 1 && (listener.revents & POLLIN) != 0;
+}
+
+// Takes the pending connection off the queue of a handle that no descriptor is free for. Where that cannot be done,
+// the connection stays, and so a caller that tries again at once is slowed down.
+void refusePending(int fd) {
+  if (!isConnectionPending(fd)) return;
+  {
+    const std::lock_guard<std::mutex> lock(mutex);
+    emptyReserve();
+    const int refused = ::accept4(fd, nullptr, nullptr, SOCK_CLOEXEC);
+    if (refused != -1) ::close(refused);
+    fillReserve();
+    if (refused != -1) return;
+  }
+  os_thread_sleep_milliseconds(kNoReservePauseMs, 0);
+}
+
+bool setTimeout(int fd, int name, int milliseconds, RT_MODE mode) {
+  const timeval time{milliseconds / 1000, milliseconds % 1000 * 1000};
+  return os_socket_set_sock_opt(fd, SOL_SOCKET, name, &time, sizeof time, mode);
+}
+
+}  // namespace
+
+void os_socket_init_library() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  ++users;
+  fillReserve();
+}
+
+void os_socket_clear_library() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  if (--users == 0) emptyReserve();
+}
+
+int os_socket_get_errno_code() { return lastError; }
+
+int os_socket(int family, int type, int protocol, RT_MODE /*mode*/) {
+  return os_descriptor_off_standard(checked(::socket(family, type | SOCK_CLOEXEC, protocol)));
+}
+
+int os_socket_accept(int fd, void* address, socklen_t* length, RT_MODE /*mode*/) {
+  const int client = checked(::accept4(fd, generic(address), length, SOCK_CLOEXEC));
+  if (client != -1) return os_descriptor_off_standard(client);
+  if (lastError != EMFILE && lastError != ENFILE && lastError != ENOBUFS && lastError != ENOMEM) return -1;
+  const int error = lastError;
+  refusePending(fd);
+  return failed(error);
+}
+
+int os_socket_close(int fd, RT_MODE /*mode*/) { return checked(::close(fd)); }
+
+int os_socket_bind(int fd, const void* address, socklen_t length, RT_MODE /*mode*/) {
+  return checked(::bind(fd, generic(address), length));
+}
+
+int os_socket_listen(int fd, int backlog, RT_MODE /*mode*/) { return checked(::listen(fd, backlog)); }
+
+int os_socket_connect(int fd, const void* address, socklen_t length, RT_MODE /*mode*/) {
+  return checked(::connect(fd, generic(address), length));
+}
+
+int os_socket_get_sock_name(int fd, void* address, socklen_t* length, RT_MODE /*mode*/) {
+  return checked(::getsockname(fd, generic(address), length));
+}
+
+int os_socket_get_peer_name(int fd, void* address, socklen_t* length, RT_MODE /*mode*/) {
+  return checked(::getpeername(fd, generic(address), length));
+}
+
+int os_socket_send(int fd, const void* data, int length, int flags, RT_MODE mode) {
+  return os_socket_send_to(fd, data, length, flags, nullptr, 0, mode);
+}
+
+int os_socket_recv(int fd, void* data, int length, int flags, RT_MODE mode) {
+  return os_socket_recv_from(fd, data, length, flags, nullptr, nullptr, mode);
+}
+
+int os_socket_send_to(int fd, const void* data, int length, int flags, const void* address, socklen_t addressLength,
+                      RT_MODE /*mode*/) {
+  if (length < 0) return failed(EINVAL);
+  const auto size = static_cast<std::size_t>(length);
+  return checked(::sendto(fd, data, size, flags | MSG_NOSIGNAL, generic(address), addressLength));
+}
+
+int os_socket_recv_from(int fd, void* data, int length, int flags, void* address, socklen_t* addressLength,
+                        RT_MODE /*mode*/) {
+  if (length < 0) return failed(EINVAL);
+  return checked(::recvfrom(fd, data, static_cast<std::size_t>(length), flags, generic(address), addressLength));
+}
+
+bool os_socket_get_sock_opt(int fd, int level, int name, void* value, socklen_t* length, RT_MODE /*mode*/) {
+  return checked(::getsockopt(fd, level, name, value, length)) == 0;
+}
+
+bool os_socket_set_sock_opt(int fd, int level, int name, const void* value, socklen_t length, RT_MODE /*mode*/) {
+  return checked(::setsockopt(fd, level, name, value, length)) == 0;
+}
+
+bool os_socket_set_send_timeout(int fd, int milliseconds, RT_MODE mode) {
+  return setTimeout(fd, SO_SNDTIMEO, milliseconds, mode);
+}
+
+bool os_socket_set_recv_timeout(int fd, int milliseconds, RT_MODE mode) {
+  return setTimeout(fd, SO_RCVTIMEO, milliseconds, mode);
+}
+
+bool os_socket_disable_udp_unreached_report(int fd) {
+  const int off = 0;
+  return os_socket_set_sock_opt(fd, IPPROTO_IP, IP_RECVERR, &off, sizeof off, 0);
+}
+
+int os_socket_ioctl(int fd, unsigned long request, void* argument, RT_MODE /*mode*/) {
+  return checked(::ioctl(fd, request, argument));
+}

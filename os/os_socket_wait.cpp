@@ -1,0 +1,91 @@
+#include "os/os_socket_wait.h"
+
+#include <linux/tcp.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+
+#include "os/os_clock.h"
+
+namespace {
+
+constexpr std::int64_t kNanosecondsPerMs = 1000000;
+
+// The end of a wait, on the monotonic clock.
+class Deadline {
+ public:
+  explicit Deadline(int timeoutMs) : m_is_endless(timeoutMs < 0), m_time() {
+    os_clock_get_time(kOsClockMonotonic, &m_time, kOsClockAbsolute);
+    m_time.nanoseconds += std::max(timeoutMs, 0) * kNanosecondsPerMs;
+    os_clock_adjust_clock_time(&m_time);
+  }
+
+  // What poll is to be given: rounded up, so that it never returns before the end.
+  int remainingMs() const {
+    if (m_is_endless) return -1;
+    os_clock_time now{};
+    os_clock_get_time(kOsClockMonotonic, &now, kOsClockAbsolute);
+    const std::int64_t ns = (m_time.seconds - now.seconds) * 1000 * kNanosecondsPerMs + m_time.nanoseconds -
+                            now.nanoseconds + kNanosecondsPerMs - 1;
+    return static_cast<int>(std::max<std::int64_t>(ns / kNanosecondsPerMs, 0));
+  }
+
+ private:
+  bool m_is_endless;
+  os_clock_time m_time;
+};
+
+// What has happened to the handle; 0 when the time is over. poll, unlike getsockopt, leaves a pending error pending.
+int pollOne(int fd, short events, int timeoutMs) {
+  if (fd < 0) return POLLNVAL;
+  const Deadline deadline(timeoutMs);
+  pollfd handle{fd, events, 0};
+  int ready = -1;
+  do {
+    ready = ::poll(&handle, 1, timeoutMs == 0 ? 0 : deadline.remainingMs());
+  } while (ready == -1 && errno == EINTR);
+  return ready == -1 ? POLLNVAL : handle.revents;
+}
+
+// False for a stream handle that has no peer and never had one. The system keeps its counts of a connection that is
+// over: the first thing delivered in each, and acknowledged where the connection was begun here, is its opening.
+bool wasEverConnected(int fd) {
+  tcp_info info{};
+  socklen_t size = sizeof info;
+  if (::getsockopt(fd, IPPROTO_TCP, TCP_INFO, &info, &size) != 0) return true;
+  return info.tcpi_delivered != 0 || info.tcpi_bytes_acked != 0 || info.tcpi_bytes_received != 0;
+}
+
+bool hasUnreadBytes(int fd) {
+  int count = 0;
+  return ::ioctl(fd, FIONREAD, &count) == 0 && count > 0;
+}
+
+bool answer(bool isReady, int events, int* result) {
+  if (result != nullptr) *result = isReady ? 1 : events == 0 ? 0 : -1;
+  return isReady;
+}
+
+}  // namespace
+
+bool os_socket_readable(int fd, int timeoutMs, int* result, RT_MODE /*mode*/) {
+  const int events = pollOne(fd, POLLIN, timeoutMs);
+  // POLLHUP alone is a stream handle that neither listens nor was ever connected: nothing can come there.
+  return answer((events & (POLLIN | POLLERR)) != 0, events, result);
+}
+
+bool os_socket_writable(int fd, int timeoutMs, int* result, RT_MODE /*mode*/) {
+  const int events = pollOne(fd, POLLOUT, timeoutMs);
+  const bool isOver = (events & (POLLERR | POLLHUP)) != 0;
+  const bool isReady = (events & POLLNVAL) == 0 && events != 0 && (!isOver || wasEverConnected(fd));
+  return answer(isReady, events, result);
+}
+
+bool os_socket_is_link_broken(int fd, RT_MODE /*mode*/) {
+  const int events = pollOne(fd, POLLIN, 0);
+  return (events & POLLNVAL) != 0 || ((events & POLLERR) != 0 && !hasUnreadBytes(fd));
+}

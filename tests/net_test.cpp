@@ -1,0 +1,529 @@
+#include "os/os_socket.h"
+#include "os/os_socket_wait.h"
+#include "oxu/CApi.h"
+#include "oxu/LogService.h"
+#include "oxu/LogServiceClient.h"
+#include "tests/support/Test.h"
+
+namespace {
+
+const std::string kLoopback = "127.0.0.1";
+constexpr int kNobodysPort = 1;
+constexpr int kEither = -1;  // the system may have told of it at once
+
+sockaddr_in loopback(unsigned short port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  return address;
+}
+
+unsigned short portOf(int fd) {
+  sockaddr_in address{};
+  socklen_t length = sizeof address;
+  ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+  return ntohs(address.sin_port);
+}
+
+int openDescriptors() {
+  int count = 0;
+  for (int fd = 0; fd < 1024; ++fd) count += ::fcntl(fd, F_GETFD) != -1;
+  return count;
+}
+
+// A listening handle of the plain interface, and one accepted connection of a CSocket.
+class Link {
+ public:
+  explicit Link(int backlog = 4) {
+    const sockaddr_in any = loopback(0);
+    ::bind(listener, reinterpret_cast<const sockaddr*>(&any), sizeof any);
+    ::listen(listener, backlog);
+    client.initSocket(SOCK_STREAM, "", 0, 0);
+  }
+  ~Link() {
+    client.close();
+    closeServer();
+    ::close(listener);
+  }
+
+  unsigned short port() const { return portOf(listener); }
+  int handle() const { return client.handle(); }
+
+  void connect() {
+    EXPECT_TRUE(client.connect(kLoopback, port()));
+    server = ::accept(listener, nullptr, nullptr);
+  }
+  void closeServer() {
+    if (server != -1) ::close(server);
+    server = -1;
+  }
+  void resetByServer() {
+    const linger abort{1, 0};
+    ::setsockopt(server, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
+    closeServer();
+  }
+  void sendToClient() { EXPECT_EQ(::write(server, "bytes", 5), 5); }
+
+  int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  int server = -1;
+  CSocket client;
+};
+
+int option(CSocket& socket, int name) {
+  int value = -1;
+  unsigned int length = sizeof value;
+  EXPECT_TRUE(socket.getSockopt(SOL_SOCKET, name, &value, &length));
+  return value;
+}
+
+TEST(Socket, CountsReferencesFindsInterfacesAndClosesWithTheLast) {
+  const int before = openDescriptors();
+  auto* socket = new CSocket;
+  ASSERT_TRUE(socket->initSocket(SOCK_DGRAM, "", 0, 0));
+  void* found = nullptr;
+  for (const char* name : {"ISock", "ISocketX", "ibase", ""}) EXPECT_FALSE(socket->queryInterface(name, &found));
+  EXPECT_EQ(found, nullptr);
+  EXPECT_TRUE(socket->queryInterface("IBase", &found) && found == socket);
+  EXPECT_TRUE(socket->queryInterface("ISocket", &found) && found == static_cast<ISocket*>(socket));
+  EXPECT_EQ(socket->addRef(), 4U);
+  for (std::uint64_t left = 4; left-- > 0;) EXPECT_EQ(socket->releaseRef(), left);
+  EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST(Socket, ConfiguresTheHandleThatItTakesAndTakesOnlyOne) {
+  struct Hooked : CSocket {
+    std::string calls;
+    void onSocketAttach() override { calls += "attached " + std::to_string(handle() != -1) + "; "; }
+    void onSocketDetach() override { calls += "detaching " + std::to_string(handle() != -1); }
+  } socket;
+  EXPECT_EQ(socket.handle(), -1);
+  EXPECT_EQ(socket.mode(), 2U);
+  EXPECT_FALSE(socket.attach(-1, 0));
+  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  EXPECT_TRUE(socket.attach(fd, 0));
+  EXPECT_FALSE(socket.attach(::dup(fd), 5));
+  EXPECT_EQ(socket.handle(), fd);
+  EXPECT_EQ(socket.mode(), get_default_rt_mode());
+  EXPECT_NE(::fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
+  EXPECT_EQ(option(socket, SO_REUSEADDR), 1);
+  for (const int name : {SO_RCVBUF, SO_SNDBUF}) EXPECT_EQ(option(socket, name), 2 * 8192);  // the system's own share
+  for (const int name : {SO_RCVTIMEO, SO_SNDTIMEO}) {
+    timeval time{};
+    unsigned int length = sizeof time;
+    EXPECT_TRUE(socket.getSockopt(SOL_SOCKET, name, &time, &length));
+    EXPECT_EQ(time.tv_usec, 500000);
+  }
+  EXPECT_EQ(socket.dettach(), fd);
+  EXPECT_EQ(socket.calls, "attached 1; detaching 1");
+  EXPECT_TRUE(socket.close());
+  EXPECT_EQ(::close(fd), 0);
+}
+
+TEST(Socket, TakesAnyAddressForATextThatIsNone) {
+  const char* const rows[][2] = {{"127.0.0.1", "127.0.0.1"}, {"", "0.0.0.0"},          {"0.0.0.0", "0.0.0.0"},
+                                 {"localhost", "0.0.0.0"},   {"1.2.3.4.5", "0.0.0.0"}, {"255.255.255.255", "0.0.0.0"}};
+  for (const auto& [text, address] : rows) {
+    CSocket socket;
+    std::string ip;
+    unsigned short port = 0;
+    EXPECT_FALSE(socket.getSockName(ip, port));
+    EXPECT_TRUE(socket.initSocket(SOCK_DGRAM, text, 0, 0));
+    EXPECT_TRUE(socket.getSockName(ip, port) && !socket.getPeerName(ip, port));
+    EXPECT_EQ(ip, address);
+    EXPECT_NE(port, 0);
+    socket.close();
+  }
+}
+
+TEST(Socket, ReportsAFailedBindAndKeepsTheHandle) {
+  const support::DescriptorCapture out(STDOUT_FILENO);
+  const Link taken;
+  CSocket socket;
+  EXPECT_FALSE(socket.initSocket(SOCK_STREAM, kLoopback, taken.port(), 0));
+  EXPECT_EQ(out.text(), "Bind failed, error code: 98\n");
+  EXPECT_NE(socket.handle(), -1);
+  EXPECT_TRUE(socket.bind(kLoopback, 0));
+  socket.close();
+}
+
+TEST(Socket, CarriesDatagramsWithTheirSender) {
+  CSocket sockets[2];
+  std::string ip = "kept";
+  unsigned short ports[2] = {7, 7};
+  char data[8] = {};
+  for (int i : {0, 1}) {
+    ASSERT_TRUE(sockets[i].initSocket(SOCK_DGRAM, kLoopback, 0, 0));
+    EXPECT_EQ(sockets[i].receiveFrom(data, sizeof data, ip, ports[i], 0), -1);
+    EXPECT_TRUE(ip == "kept" && ports[i] == 7 && os_socket_get_errno_code() == EAGAIN);
+  }
+  for (int i : {0, 1}) sockets[i].getSockName(ip, ports[i]);
+  EXPECT_EQ(sockets[0].sendTo("hello", 5, kLoopback, ports[1], 0), 5);
+  ASSERT_TRUE(os_socket_readable(sockets[1].handle(), 5000, nullptr, 0));
+  unsigned short sender = 0;
+  EXPECT_EQ(sockets[1].receiveFrom(data, sizeof data, ip, sender, 0), 5);
+  EXPECT_TRUE(std::string(data) == "hello" && ip == kLoopback && sender == ports[0]);
+  EXPECT_EQ(sockets[1].receive(data, -1, 0), -1);
+  for (CSocket& socket : sockets) socket.close();
+}
+
+TEST(Socket, ClosesTheHandleThatAHoldingObjectCannotTake) {
+  Link link;
+  CSocket listening, client;
+  listening.initSocket(SOCK_STREAM, kLoopback, 0, 0);
+  listening.listen(4);
+  std::string ip = "kept";
+  unsigned short port = 1;
+  ISocket* taker = nullptr;
+  EXPECT_FALSE(listening.accept(taker, ip, port, 0));
+  taker = &client;
+  EXPECT_FALSE(listening.accept(taker, ip, port, 0));  // nobody is there
+  client.initSocket(SOCK_STREAM, "", 0, 0);
+  EXPECT_TRUE(link.client.connect(kLoopback, portOf(listening.handle())));
+  const int before = openDescriptors();
+  EXPECT_TRUE(os_socket_readable(listening.handle(), 5000, nullptr, 0));
+  EXPECT_FALSE(listening.accept(taker, ip, port, 0));
+  EXPECT_FALSE(client.initSocket(SOCK_STREAM, "", 0, 0));
+  EXPECT_EQ(openDescriptors(), before);
+  EXPECT_TRUE(ip == "kept" && port == 1);
+  char byte;
+  EXPECT_TRUE(os_socket_readable(link.handle(), 5000, nullptr, 0));
+  EXPECT_EQ(link.client.receive(&byte, 1, 0), 0);
+  client.close();
+  listening.close();
+}
+
+// What the three questions answer in each state of a connection, at once, and the error that is still to be
+// collected after them.
+TEST(SocketWait, TellsTheStatesOfAConnectionApart) {
+  const struct {
+    const char* state;
+    void (*reach)(Link&);
+    bool readable, writable, broken;
+    int pending = 0;
+  } rows[] = {
+      {"fresh", [](Link&) {}, false, false, false},
+      {"no handle", [](Link& link) { link.client.close(); }, false, false, true},
+      {"connected", [](Link& link) { link.connect(); }, false, true, false},
+      {"bytes to read", [](Link& link) { link.connect(), link.sendToClient(); }, true, true, false},
+      {"closed by the peer", [](Link& link) { link.connect(), link.closeServer(); }, true, true, false},
+      {"half closed by the peer", [](Link& link) { link.connect(), ::shutdown(link.server, SHUT_WR); }, true, true,
+       false},
+      {"closed by both", [](Link& link) { link.connect(), ::shutdown(link.handle(), SHUT_WR), link.closeServer(); },
+       true, true, false},
+      {"reset", [](Link& link) { link.connect(), link.resetByServer(); }, true, true, true, ECONNRESET},
+      {"reset with bytes to read", [](Link& link) { link.connect(), link.sendToClient(), link.resetByServer(); }, true,
+       true, false, ECONNRESET},
+      {"closed, then reset",
+       [](Link& link) {
+         link.connect(), link.closeServer();
+         EXPECT_EQ(link.client.send("lost", 4, 0), 4);
+       },
+       true, true, true, EPIPE},
+      {"refused", [](Link& link) { link.client.connect(kLoopback, kNobodysPort); }, true, false, true, kEither},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.state);
+    Link link;
+    row.reach(link);
+    const int fd = link.handle();
+    EXPECT_EQ(os_socket_readable(fd, row.readable ? 5000 : 0, nullptr, 0), row.readable);
+    for (int again = 0; again < 2; ++again) {
+      EXPECT_EQ(os_socket_readable(fd, 0, nullptr, 0), row.readable);
+      EXPECT_EQ(os_socket_writable(fd, 0, nullptr, 0), row.writable);
+      EXPECT_EQ(os_socket_is_link_broken(fd, 0), row.broken);
+    }
+    const int pending = fd == -1 ? 0 : option(link.client, SO_ERROR);
+    EXPECT_TRUE(pending == row.pending || row.pending == kEither) << pending;
+  }
+}
+
+TEST(SocketWait, LastsItsTimeWhileSignalsArriveAndNoLongerThanNeeded) {
+  struct sigaction action {};
+  action.sa_handler = [](int) {};
+  ::sigaction(SIGALRM, &action, nullptr);
+  const itimerval every{{0, 5000}, {0, 5000}};
+  const itimerval off{};
+  Link link(0), filler;
+  link.connect();
+  ::setitimer(ITIMER_REAL, &every, nullptr);
+  const auto begin = std::chrono::steady_clock::now();
+  int result = 7;
+  EXPECT_FALSE(os_socket_readable(link.handle(), 120, &result, 0));
+  EXPECT_EQ(result, 0);
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(120));
+  std::thread peer([&] { ::write(link.server, "x", 1); });
+  EXPECT_TRUE(os_socket_readable(link.handle(), -1, &result, 0));
+  EXPECT_EQ(result, 1);
+  peer.join();
+  ::setitimer(ITIMER_REAL, &off, nullptr);
+  EXPECT_FALSE(os_socket_writable(1000000, 5000, &result, 0));
+  EXPECT_EQ(result, -1);
+}
+
+TEST(SocketAccept, RefusesAConnectionThatNoDescriptorIsFreeFor) {
+  const int status = support::statusOfChild([] {
+    Link peers[3];
+    CSocket listening, client;
+    std::string ip;
+    unsigned short port = 0;
+    ISocket* taker = &client;
+    bool right = listening.initSocket(SOCK_STREAM, kLoopback, 0, 0) && listening.listen(4);
+    for (Link& peer : peers) right = right && peer.client.connect(kLoopback, portOf(listening.handle()));
+    rlimit limit{};
+    ::getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = 64;
+    ::setrlimit(RLIMIT_NOFILE, &limit);
+    int last = -1;
+    for (int fd; (fd = ::dup(STDERR_FILENO)) != -1;) last = fd;
+    for (int i : {0, 1}) {
+      right = right && !listening.accept(taker, ip, port, 0) && os_socket_get_errno_code() == EMFILE;
+      char byte;
+      right =
+          right && os_socket_readable(peers[i].handle(), 5000, nullptr, 0) && peers[i].client.receive(&byte, 1, 0) == 0;
+    }
+    ::close(last);
+    return right && listening.accept(taker, ip, port, 0) && ::fcntl(client.handle(), F_GETFD) == FD_CLOEXEC;
+  });
+  EXPECT_EQ(status, 0);
+}
+
+// What a connection brings, by the number that stands in front of it.
+class Received {
+ public:
+  void take(const char* data, int length) {
+    thread_local std::string* mine = nullptr;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (mine == nullptr) mine = &m_texts.emplace_back();
+    mine->append(data, static_cast<std::size_t>(length));
+    m_longest = std::max(m_longest, length);
+    m_size += static_cast<std::size_t>(length);
+  }
+  bool has(std::size_t size) {
+    return support::eventually([&] {
+      const std::lock_guard<std::mutex> lock(m_mutex);
+      return m_size >= size;
+    });
+  }
+  std::multiset<std::string> texts() { return {m_texts.begin(), m_texts.end()}; }
+  int longest() const { return m_longest; }
+
+ private:
+  std::mutex m_mutex;
+  std::deque<std::string> m_texts;
+  std::size_t m_size = 0;
+  int m_longest = 0;
+};
+
+TEST(LogService, DeliversWhatEachOfManyClientsSendsByteForByte) {
+  const support::DescriptorCapture out(STDOUT_FILENO), err(STDERR_FILENO);
+  Received received;
+  LogService service;
+  service.m_callback = [&](const char* data, int length) { received.take(data, length); };
+  service.startServer(kLoopback, 0);
+  std::vector<std::thread> clients;
+  std::multiset<std::string> texts;
+  std::size_t size = 0;
+  for (int number = 0; number < 8; ++number) {
+    std::mt19937 random(static_cast<unsigned>(number));
+    std::string text(100000 + random() % 100000, '\0');
+    for (char& byte : text) byte = static_cast<char>(random());
+    size += text.size();
+    texts.insert(text);
+    clients.emplace_back([&service, text] {
+      LogServiceClient client;
+      EXPECT_EQ(client.connect(kLoopback, service.port()), 0);
+      EXPECT_EQ(client.send(text.data(), text.size()), static_cast<int>(text.size()));
+    });
+  }
+  for (std::thread& client : clients) client.join();
+  EXPECT_TRUE(received.has(size));
+  service.stopServer();
+  EXPECT_EQ(received.texts(), texts);
+  EXPECT_LE(received.longest(), 65536);
+}
+
+// How often a text stands in another.
+int countOf(const std::string& part, const std::string& text) {
+  int count = 0;
+  for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += part.size()) ++count;
+  return count;
+}
+
+const std::string kService = "[LogServiceServer]";
+
+TEST(LogService, TellsOfEachConnectionAndEndsThemAllWhenStopped) {
+  const support::DescriptorCapture out(STDOUT_FILENO), err(STDERR_FILENO);
+  const int before = openDescriptors();
+  for (int round = 1; round <= 2; ++round) {
+    auto service = std::make_unique<LogService>();
+    service->startServer(kLoopback, 0);
+    const int port = service->port();
+    service->startServer(kLoopback, 0);
+    EXPECT_EQ(service->port(), port);
+    {
+      LogServiceClient passing, resetting, idle[3];
+      for (LogServiceClient* client : {&passing, &idle[0], &idle[1], &idle[2]}) client->connect(kLoopback, port);
+      EXPECT_TRUE(support::eventually([&] { return countOf("accept client(127.0.0.1:", out.text()) == 4 * round; }));
+      passing.close();
+      EXPECT_TRUE(
+          support::eventually([&] { return countOf(kService + "close socket.\n", err.text()) == 4 * round - 3; }));
+      if (round == 1) service->stopServer();
+      service.reset();
+      EXPECT_EQ(countOf(kService + "close socket.\n", err.text()), 4 * round);
+    }
+    EXPECT_EQ(countOf(kService + "Failed to receive data.\n", err.text()), round);
+    EXPECT_EQ(countOf(kService + "system socket(127.0.0.1:0) init success!\n", err.text()), round);
+    EXPECT_EQ(countOf(kService + "system socket(127.0.0.1:0) init failed!\n", err.text()), round);
+  }
+  EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST(LogService, StartsAgainAfterAStopAndAfterAFailure) {
+  const support::DescriptorCapture out(STDOUT_FILENO), err(STDERR_FILENO);
+  const Link taken;
+  const short port = static_cast<short>(taken.port());
+  const std::string failed = support::filled(kService + "system socket(127.0.0.1:#) init failed!\n", {port});
+  LogService service;
+  service.stopServer();
+  service.startServer(kLoopback, port);
+  EXPECT_EQ(out.text(), "Bind failed, error code: 98\n");
+  EXPECT_EQ(err.text(), failed);
+  EXPECT_EQ(service.port(), 0);
+  {
+    const faults::Fault noThread(faults::kThread, EAGAIN);
+    service.startServer(kLoopback, 0);
+    EXPECT_EQ(service.port(), 0);
+  }
+  EXPECT_EQ(countOf("init failed!\n", err.text()), 2);
+  for (int round = 0; round < 2; ++round) {
+    service.startServer(kLoopback, 0);
+    LogServiceClient refused, served;
+    {
+      const faults::Fault noThread(faults::kThread, EAGAIN);
+      EXPECT_EQ(refused.connect(kLoopback, service.port()), 0);
+      EXPECT_TRUE(err.eventuallyContains(kService + "close socket.\n"));
+      EXPECT_TRUE(support::eventually([&] { return refused.send("x", 1) < 0; }));
+    }
+    EXPECT_EQ(served.connect(kLoopback, service.port()), 0);
+    EXPECT_EQ(served.send("read and discarded", 18), 18);
+    EXPECT_TRUE(support::eventually([&] { return countOf("accept client", out.text()) == 2 * round + 2; }));
+    service.stopServer();
+    service.stopServer();
+    EXPECT_EQ(service.port(), 0);
+  }
+}
+
+// A client and the other end of its connection.
+class Peer : public Link {
+ public:
+  Peer() : Link(0) {}
+  ~Peer() {
+    sender.close();
+    if (m_reader.joinable()) m_reader.join();
+  }
+
+  Peer& join() {
+    connectTo(port());
+    server = ::accept(listener, nullptr, nullptr);
+    return *this;
+  }
+  int connectTo(int to) { return sender.connect(kLoopback, triedPort = to); }
+  int send(unsigned long size) { return sender.send(std::string(size, 'x').data(), size); }
+  Peer& readSlowly(int times) {
+    m_reader = std::thread([this, times] {
+      char buffer[4096];
+      for (int i = 0; i<times&& ::read(server, buffer, sizeof buffer)> 0; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      }
+      resetByServer();
+    });
+    return *this;
+  }
+
+  LogServiceClient sender;
+  int triedPort = 0;
+
+ private:
+  std::thread m_reader;
+};
+
+int withoutDescriptors(Peer& peer) {
+  rlimit limit{};
+  ::getrlimit(RLIMIT_NOFILE, &limit);
+  const rlimit none{3, limit.rlim_max};
+  ::setrlimit(RLIMIT_NOFILE, &none);
+  LogServiceClient client;
+  ::setrlimit(RLIMIT_NOFILE, &limit);
+  return client.connect(kLoopback, peer.triedPort);
+}
+
+// What each case returns, and prints on standard error: a # stands for the port. A text without a line end is the
+// beginning of what is printed, for cases in which the system may tell of a failure sooner or later.
+TEST(LogServiceClient, ReportsEachFailure) {
+  constexpr unsigned long kMuch = 8 << 20;
+  const std::string prefix = "[LogServiceClient]";
+  const std::string notConnected = prefix + "Socket(127.0.0.1:#) connection failed";
+  const struct {
+    const char* what;
+    int (*act)(Peer&);
+    int result;
+    std::string printed;
+  } rows[] = {
+      {"nothing to send", [](Peer& peer) { return peer.send(0); }, 0, ""},
+      {"slow reader", [](Peer& peer) { return peer.join().readSlowly(INT_MAX).send(200000); }, 200000, ""},
+      {"reader that stops", [](Peer& peer) { return peer.join().send(kMuch); }, -4,
+       prefix + "Socket not ready to write.\n"},
+      {"reset", [](Peer& peer) { return peer.join().resetByServer(), peer.send(1); }, -4,
+       prefix + "Socket link broken.\n"},
+      {"reset in mid-send", [](Peer& peer) { return peer.join().readSlowly(20).send(kMuch) / 2 * 2; }, -4, prefix},
+      {"too long", [](Peer& peer) { return peer.join().sender.send(nullptr, 1UL << 31); }, -3,
+       prefix + "Failed to send data. ret = -1\n"},
+      {"closed", [](Peer& peer) { return peer.sender.close() && peer.sender.close() ? peer.connectTo(1) : 0; }, -2,
+       notConnected + ". ret = 9\n"},
+      {"not connected", [](Peer& peer) { return peer.send(1); }, -4, prefix + "Socket not ready to write.\n"},
+      {"refused", [](Peer& peer) { return peer.connectTo(kNobodysPort); }, -2, notConnected},
+      {"nobody answers",
+       [](Peer& peer) { return peer.client.connect(kLoopback, peer.port()), peer.connectTo(peer.port()); }, -2,
+       notConnected + "  \n"},
+      {"no descriptor", withoutDescriptors, -2,
+       prefix + "Socket initialization failed. ret = 24\n" + notConnected + ". ret = 9\n"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    Peer peer;
+    const support::DescriptorCapture err(STDERR_FILENO);
+    EXPECT_EQ(row.act(peer), row.result);
+    const std::string expected = support::filled(row.printed, {peer.triedPort});
+    const bool isWhole = expected.empty() || expected.back() == '\n';
+    EXPECT_EQ(isWhole ? err.text() : err.text().substr(0, expected.size()), expected);
+  }
+}
+
+TEST(Protocol, PacksTypeNameAndBodyIntoOneFrame) {
+  using namespace std::string_literals;
+  const struct {
+    int type;
+    std::string name, body, frame;
+  } rows[] = {
+      {1, "ab", "xyz", "\x08\0\0\0\x01\x02\0abxyz"s},
+      {0x1ff, "", "", "\x03\0\0\0\xff\0\0"s},
+      {0, "n\0m"s, "\0"s, "\x07\0\0\0\0\x03\0n\0m\0"s},
+      {2, std::string(65535, 'n'), "b", "\x03\0\x01\0\x02\xff\xff"s + std::string(65535, 'n') + "b"},
+  };
+  for (const auto& row : rows) {
+    char* frame = nullptr;
+    int length = -1;
+    ProtocolToString(row.type, row.name, row.body, &frame, &length);
+    ASSERT_EQ(length + 4, static_cast<int>(row.frame.size()));
+    EXPECT_EQ(std::string(frame, row.frame.size()), row.frame);
+    delete[] frame;
+  }
+  char untouched;
+  char* frame = &untouched;
+  int length = -1;
+  ProtocolToString(1, std::string(65536, 'n'), "", &frame, &length);
+  EXPECT_TRUE(frame == nullptr && length == 0);
+}
+
+}  // namespace
