@@ -44,6 +44,15 @@ class Section {
     return m_file.getBool(m_name, key, false);
   }
 
+  common::Address address(const std::string& key) const {
+    if (!m_file.has(m_name, key)) return {};
+    try {
+      return common::readAddress(text(key));
+    } catch (const std::runtime_error& fault) {
+      fail(key, fault.what());
+    }
+  }
+
   int count(const std::string& key, int least, int otherwise) const {
     if (!m_file.has(m_name, key)) return otherwise;
     const std::string digits = text(key);
@@ -71,9 +80,10 @@ std::vector<std::string> sectionNames(const IniFile& file) {
 }
 
 void readOwnSection(const Section& section, Config& config, int& restart) {
-  section.allowOnly({"restart", "password_env", "report"});
+  section.allowOnly({"restart", "password_env", "report", "log_service"});
   restart = section.count("restart", 0, 0);
   config.report = section.text("report");
+  config.logService = section.address("log_service");
   const std::string variable = section.text("password_env");
   const char* password = std::getenv(variable.c_str());
   if (!variable.empty() && password == nullptr) section.fail("password_env", "'" + variable + "' is not set");

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "common/Address.h"
+
 namespace supervisor {
 
 // One section of the file, whose name is the command's.
@@ -21,8 +23,9 @@ struct JobConfig {
 
 struct Config {
   std::vector<JobConfig> jobs;
-  std::string password;  // for sudo: the value of the variable that password_env names
-  std::string report;    // where to write the summary; empty: standard output
+  std::string password;        // for sudo: the value of the variable that password_env names
+  common::Address logService;  // where to forward output to; no port: nowhere
+  std::string report;          // where to write the summary; empty: standard output
 };
 
 // Throws std::runtime_error that names file, section and key where the file cannot be used.

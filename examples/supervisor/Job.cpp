@@ -8,18 +8,11 @@
 #include <thread>
 #include <utility>
 
-#include "Log.h"
-#include "oxu/LogLevel.h"
-
 namespace supervisor {
 
 namespace {
 
 constexpr unsigned long kPipeBytes = 262144;
-// A log record takes 1022 bytes, the name included.
-constexpr std::size_t kShortestLabel = 8;
-constexpr std::size_t kLongestLabel = 40;
-constexpr std::size_t kLongestLine = 900;
 const std::string kWakeUp = "Stop Process!\n";
 
 // A command has no terminal to read from. With its output opened anew, blocking, it waits for its reader where it
@@ -64,10 +57,8 @@ void Job::finish(Clock::time_point quitTime) {
   m_ending = true;
   m_process.reset();
   removeWakeUp(m_last_words);
-  m_bytes += m_last_words.size();
-  m_unfinished_line += std::exchange(m_last_words, {});
-  printWholeLines();
-  if (!m_unfinished_line.empty()) print(std::exchange(m_unfinished_line, {}));
+  if (!m_last_words.empty()) pass(std::exchange(m_last_words, {}));
+  m_printer.finish();
 }
 
 // What the command has left behind in its group goes with it. A command that was stopped, by reaching for the
@@ -100,30 +91,14 @@ void Job::capture(const std::string& chunk) {
     return;
   }
   m_capturing = true;
-  m_bytes += chunk.size();
-  m_unfinished_line += chunk;
-  printWholeLines();
+  pass(chunk);
   m_capturing = false;
 }
 
-void Job::printWholeLines() {
-  std::size_t begin = 0;
-  for (;;) {
-    const std::size_t feed = m_unfinished_line.find('\n', begin);
-    const std::size_t size = (feed == std::string::npos ? m_unfinished_line.size() : feed) - begin;
-    if (feed == std::string::npos && size <= kLongestLine) break;
-    print(m_unfinished_line.substr(begin, std::min(size, kLongestLine)));
-    begin += size > kLongestLine ? kLongestLine : size + 1;
-  }
-  m_unfinished_line.erase(0, begin);
-}
-
-void Job::print(std::string line) {
-  ++m_lines;
-  std::replace(line.begin(), line.end(), '\0', '?');
-  std::string label = name().substr(0, kLongestLabel);
-  label.resize(std::max(label.size(), kShortestLabel), ' ');
-  logLine(oxu::INFO, label + " | " + line);
+void Job::pass(const std::string& text) {
+  m_bytes += text.size();
+  m_forwarder.forward(name(), text);
+  m_printer.add(text);
 }
 
 }  // namespace supervisor

@@ -9,6 +9,8 @@
 #include <utility>
 
 #include "Config.h"
+#include "Forwarder.h"
+#include "common/LinePrinter.h"
 #include "oxu/StartProcess.h"
 
 namespace supervisor {
@@ -18,7 +20,9 @@ class Job {
  public:
   using Clock = std::chrono::steady_clock;
 
-  explicit Job(JobConfig config) : m_config(std::move(config)) {}
+  // Gives what the command writes to the forwarder, which outlives the job.
+  Job(JobConfig config, Forwarder& forwarder)
+      : m_config(std::move(config)), m_forwarder(forwarder), m_printer(m_config.name) {}
 
   // Launches the command, with the password where it is to run as root; false when that failed.
   bool start(const std::string& password);
@@ -37,24 +41,23 @@ class Job {
   int pid() const { return m_pid; }
   bool isAlive() const { return m_process != nullptr; }
   int starts() const { return m_starts; }
-  unsigned long lines() const { return m_lines; }
+  unsigned long lines() const { return m_printer.lines(); }
   unsigned long bytes() const { return m_bytes; }
   double seconds() const { return std::chrono::duration<double>(m_ran).count(); }
 
  private:
   void capture(const std::string& chunk);
-  void printWholeLines();
-  void print(std::string line);
+  void pass(const std::string& text);
   void endGroup() const;
   void waitForRestOfOutput() const;
 
   JobConfig m_config;
+  Forwarder& m_forwarder;
+  common::LinePrinter m_printer;
   std::unique_ptr<oxu::StartProcess> m_process;
   std::atomic<bool> m_ending{false};
   std::atomic<bool> m_capturing{false};
-  std::string m_unfinished_line;
   std::string m_last_words;  // what came once the end had begun
-  std::atomic<unsigned long> m_lines{0};
   std::atomic<unsigned long> m_bytes{0};
   int m_pid = -1;
   int m_starts = 0;

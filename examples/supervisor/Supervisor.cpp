@@ -6,14 +6,16 @@
 #include <csignal>
 #include <string>
 
-#include "Log.h"
 #include "Report.h"
+#include "common/Log.h"
 #include "oxu/LogLevel.h"
 
 namespace supervisor {
 
-Supervisor::Supervisor(const Config& config) : m_password(config.password) {
-  for (const JobConfig& job : config.jobs) m_jobs.emplace_back(job);
+using common::logLine;
+
+Supervisor::Supervisor(const Config& config) : m_password(config.password), m_forwarder(config.logService) {
+  for (const JobConfig& job : config.jobs) m_jobs.emplace_back(job, m_forwarder);
 }
 
 void Supervisor::run(const std::function<bool()>& stopRequested) {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "Config.h"
+#include "Forwarder.h"
 #include "Job.h"
 #include "oxu/Json.h"
 #include "oxu/ProcessMonitor.h"
@@ -41,6 +42,7 @@ class Supervisor {
   std::vector<const Job*> aliveJobs() const;
 
   std::string m_password;
+  Forwarder m_forwarder;
   bool m_stopping = false;
   std::deque<Job> m_jobs;  // a deque: the jobs stay at their addresses
   std::mutex m_mutex;

@@ -12,8 +12,9 @@
 #include <string>
 
 #include "Config.h"
-#include "Log.h"
 #include "Supervisor.h"
+#include "common/Address.h"
+#include "common/Log.h"
 #include "oxu/CApi.h"
 #include "oxu/Option.h"
 
@@ -28,7 +29,7 @@ std::atomic<int> stopSignals{0};
 // The third one ends a supervisor that waits for a console which stands still.
 void handleStopSignal(int signal) {
   stopSignalled = true;
-  supervisor::becomeImpatient();
+  common::becomeImpatient();
   if (++stopSignals == 3) ::_exit(128 + signal);
 }
 
@@ -41,6 +42,7 @@ void catchStopSignals() {
 struct CommandLine {
   std::string config;
   std::string report;
+  common::Address logService;
   bool isVerbose = false;
 };
 
@@ -48,6 +50,7 @@ void declareOptions(Option& options) {
   options.addOption("config", Option::RequiredValue, "the INI file with the commands");
   options.addOption("c", Option::RequiredValue, "short for --config");
   options.addOption("report", Option::RequiredValue, "the file for the summary instead of standard output");
+  options.addOption("log-service", Option::RequiredValue, "IP:PORT to forward output to, as frames");
   options.addOption("v", Option::NoValue, "print more");
   options.addOption("help", Option::NoValue, "print this and end");
 }
@@ -60,6 +63,8 @@ CommandLine readCommandLine(const Option& options) {
     throw std::runtime_error("Option --config is required.");
   }
   options.getOptionValue("report", line.report);
+  std::string service;
+  if (options.getOptionValue("log-service", service)) line.logService = common::readAddress(service);
   line.isVerbose = options.getOptionValue("v", ignored);
   return line;
 }
@@ -76,7 +81,7 @@ oxu::json::Json supervise(const supervisor::Config& config, bool isVerbose) {
     supervisor.run([] { return stopSignalled.exchange(false); });
     report = supervisor.report();
   }
-  const unsigned long givenUp = supervisor::finishLog();
+  const unsigned long givenUp = common::finishLog();
   uninstall_log_task();
   if (givenUp != 0) std::cerr << givenUp << " lines were not printed, the console being too slow\n";
   return report;
@@ -113,7 +118,8 @@ int main(int argc, char** argv) {
     return kExitUsage;
   }
   try {
-    const supervisor::Config config = supervisor::readConfig(line.config);
+    supervisor::Config config = supervisor::readConfig(line.config);
+    if (line.logService.port != 0) config.logService = line.logService;
     const oxu::json::Json report = supervise(config, line.isVerbose);
     const std::string path = line.report.empty() ? config.report : line.report;
     return writeReport(report, path) ? 0 : kExitFailure;

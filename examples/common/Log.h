@@ -1,10 +1,10 @@
 // Logging that waits for a slow console.
-#ifndef SUPERVISOR_LOG_H
-#define SUPERVISOR_LOG_H
+#ifndef COMMON_LOG_H
+#define COMMON_LOG_H
 
 #include <string>
 
-namespace supervisor {
+namespace common {
 
 // Logs one line, unless its level is below get_log_level(). Where the console is slower than the output it waits
 // for room, and so does the command behind it. From any thread.
@@ -18,6 +18,6 @@ void becomeImpatient();
 // Returns how many lines were given up.
 unsigned long finishLog();
 
-}  // namespace supervisor
+}  // namespace common
 
 #endif

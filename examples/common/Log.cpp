@@ -1,4 +1,4 @@
-#include "Log.h"
+#include "common/Log.h"
 
 #include <poll.h>
 #include <unistd.h>
@@ -9,7 +9,7 @@
 
 #include "oxu/CApi.h"
 
-namespace supervisor {
+namespace common {
 
 namespace {
 
@@ -49,4 +49,4 @@ unsigned long finishLog() {
   return given_up;
 }
 
-}  // namespace supervisor
+}  // namespace common

@@ -1,0 +1,88 @@
+#include "Collector.h"
+
+#include "FrameReader.h"
+#include "common/JsonText.h"
+#include "common/LinePrinter.h"
+#include "common/Log.h"
+#include "oxu/LogLevel.h"
+
+namespace collector {
+
+// The stream of one connection: its frames, and under each name the line that is not complete yet.
+class Collector::Connection {
+ public:
+  explicit Connection(Collector& collector)
+      : m_collector(collector), m_reader([this](const Frame& frame) { take(frame); }) {}
+
+  // Runs when the connection's thread ends.
+  ~Connection() {
+    for (auto& [name, printer] : m_printers) finish(name, printer);
+    if (m_reader.unfinishedBytes() == 0) return;
+    common::logLine(oxu::WARNING, "a connection has ended within a frame");
+  }
+
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+
+  void take(const char* data, int length) {
+    if (m_is_refused || m_reader.feed(data, static_cast<std::size_t>(length))) return;
+    m_is_refused = true;
+    common::logLine(oxu::ERROR, "a connection brings no frames, the rest of it is ignored");
+  }
+
+ private:
+  void take(const Frame& frame) {
+    common::LinePrinter& printer = m_printers.try_emplace(frame.name, frame.name).first->second;
+    const unsigned long before = printer.lines();
+    printer.add(frame.body);
+    m_collector.count(frame.name, {1, frame.body.size(), printer.lines() - before});
+  }
+
+  void finish(const std::string& name, common::LinePrinter& printer) {
+    const unsigned long before = printer.lines();
+    printer.finish();
+    m_collector.count(name, {0, 0, printer.lines() - before});
+  }
+
+  Collector& m_collector;
+  std::map<std::string, common::LinePrinter> m_printers;
+  FrameReader m_reader;
+  bool m_is_refused = false;
+};
+
+Collector::Collector() {
+  // Each connection has a thread of its own, so an object of the thread is one of the connection.
+  m_service.m_callback = [this](const char* data, int length) {
+    thread_local Connection connection(*this);
+    connection.take(data, length);
+  };
+}
+
+bool Collector::start(const common::Address& address) {
+  m_service.startServer(address.ip, static_cast<short>(address.port));
+  return m_service.port() != 0;
+}
+
+void Collector::count(const std::string& name, const Total& more) {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  Total& total = m_totals[name];
+  total.frames += more.frames;
+  total.bytes += more.bytes;
+  total.lines += more.lines;
+}
+
+oxu::json::Json Collector::summary() {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  oxu::json::Json summary(oxu::json::Json::Array);
+  for (const auto& [name, total] : m_totals) {
+    oxu::json::Json entry;
+    entry["name"] = common::escaped(name);
+    entry["frames"] = common::number(total.frames);
+    entry["bytes"] = common::number(total.bytes);
+    entry["lines"] = common::number(total.lines);
+    summary.append(entry);
+  }
+  return summary;
+}
+
+}  // namespace collector

@@ -1,0 +1,111 @@
+#!/usr/bin/env bash
+# The supervisor and the collector together: what one captures the other prints and sums up, whatever breaks.
+# Usage: log_collector_test.sh SUPERVISOR LOG_COLLECTOR
+set -u
+supervisor=$1
+collector=$2
+work=$(mktemp -d)
+collector_pid=
+trap '[[ -n $collector_pid ]] && kill -9 "$collector_pid"; rm -rf "$work"' EXIT
+# An address of its own: its ports are in nobody else's way.
+ip=127.0.$((RANDOM % 200 + 1)).$((RANDOM % 200 + 1))
+faults=0
+
+fail() {
+  printf 'FAILED %s\n' "$*"
+  faults=$((faults + 1))
+}
+
+# expect WHAT FILE TEXT: the file must contain the text, within a time that only a hanging program needs.
+expect() {
+  local what=$1 file=$2 text=$3 tries
+  for ((tries = 0; tries < 600; ++tries)); do
+    grep -qsF -- "$text" "$file" && return
+    sleep 0.05
+  done
+  fail "$what: no '$text' in:"
+  cat "$file"
+}
+
+# start_collector PORT: listens, and sets collector_pid and port.
+start_collector() {
+  "$collector" --listen "$ip:$1" >"$work/collector" 2>"$work/collector.err" &
+  collector_pid=$!
+  expect "start" "$work/collector" "listening on $ip:"
+  port=$(sed -n "s/.*listening on $ip:\([0-9]*\).*/\1/p" "$work/collector")
+}
+
+stop_collector() {
+  kill -INT "$collector_pid"
+  wait "$collector_pid" || fail "the collector ended with status $?"
+  collector_pid=
+}
+
+# closed_connections COUNT: waits until so many have ended.
+closed_connections() {
+  local tries
+  for ((tries = 0; tries < 600; ++tries)); do
+    (($(grep -c 'close socket' "$work/collector.err") >= $1)) && return
+    sleep 0.05
+  done
+  fail "connections that should have ended"
+}
+
+"$collector" >/dev/null 2>&1
+(($? == 2)) || fail "a collector without an address"
+for address in 127.0.0.1 localhost:1 127.0.0.1:65536 127.0.0.1:1x; do
+  "$collector" --listen "$address" 2>&1 | grep -qF "'$address' is not IP:PORT" || fail "address $address"
+done
+
+# Two supervisors at once: nothing is lost or mixed up.
+cat >"$work/a.ini" <<'INI'
+[flood]
+command = seq 1 20000
+blocking = true
+[quo"te]
+command = printf 'no line end'
+INI
+sed 's/flood/stream/; s/quo"te/other/' "$work/a.ini" >"$work/b.ini"
+start_collector 0
+"$supervisor" -c "$work/a.ini" --log-service "$ip:$port" >"$work/a" 2>&1 &
+first=$!
+"$supervisor" -c "$work/b.ini" --log-service "$ip:$port" >"$work/b" 2>&1 || fail "the second supervisor"
+wait "$first" || fail "the first supervisor"
+closed_connections 2
+
+# A frame that comes byte by byte, one that breaks off, and bytes that are no frames.
+send() { exec 3<>"/dev/tcp/$ip/$port"; for bytes in "$@"; do printf "$bytes" >&3; sleep 0.02; done; exec 3>&-; }
+send '\x0a' '\0' '\0' '\0\x01' '\x02' '\0a' 'b12\n' '34' '\x0a\0\0\0\x01\x03'
+send '\xff\xff\xff\xff rubbish'
+closed_connections 4
+stop_collector
+for text in 'flood    | 20000' 'stream   | 1' 'ab       | 12' 'ended within a frame' 'brings no frames'; do
+  expect "print" "$work/collector" "$text"
+done
+summary=$(tail -n 1 "$work/collector")
+for entry in '"bytes":108894,"frames":[0-9]*,"lines":20000,"name":"flood"' \
+  '"bytes":108894,"frames":[0-9]*,"lines":20000,"name":"stream"' '"bytes":11,"frames":1,"lines":1,"name":"quo\\"te"' \
+  '"bytes":5,"frames":1,"lines":2,"name":"ab"'; do
+  grep -q "$entry" <<<"$summary" || fail "no $entry in $summary"
+done
+
+# No service, a service that comes, goes without a word, and comes again: told once each time.
+printf '%s\n' '[supervisor]' "log_service = $ip:$port" '[tick]' 'command = while sleep 0.05; do echo t; done' >"$work/c.ini"
+"$supervisor" -c "$work/c.ini" >"$work/c" 2>"$work/c.err" &
+first=$!
+lost="log service $ip:$port: no connection"
+expect "no service" "$work/c" "$lost"
+start_collector "$port"
+expect "a service that comes" "$work/collector" "tick     | t"
+kill -9 "$collector_pid"
+wait "$collector_pid" 2>/dev/null
+start_collector "$port"
+expect "a service that comes again" "$work/collector" "tick     | t"
+kill -INT "$first"
+wait "$first" || fail "the supervisor without a service"
+stop_collector
+(($(grep -cF "$lost" "$work/c") == 2)) || fail "told $(grep -cF "$lost" "$work/c") times"
+expect "what was not sent" "$work/c" "chunks not sent"
+
+((faults == 0)) && echo "all as expected"
+exit "$faults"
