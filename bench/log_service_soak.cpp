@@ -55,7 +55,16 @@ Figures figures() {
   return figures;
 }
 
-// Sends from 1 to 65536 bytes over each of the connections; returns how many in all, or -1.
+// Sends a number of bytes over a connection of its own. They come faster than the server accepts, so one that finds no
+// room in its queue for too long tries again.
+long sendOver(int port, const std::string& data, unsigned long size) {
+  for (;;) {
+    LogServiceClient client;
+    if (client.connect("127.0.0.1", port) == 0) return client.send(data.data(), size);
+  }
+}
+
+// Sends from 1 to 65536 bytes over each of the connections; returns how many in all.
 long runClients(int port, int connections) {
   const std::string data(65536, 'x');
   std::atomic<int> next{0};
@@ -64,10 +73,7 @@ long runClients(int port, int connections) {
   for (int i = 0; i < kClientsAtOnce; ++i) {
     threads.emplace_back([&] {
       for (int number; (number = next++) < connections;) {
-        LogServiceClient client;
-        const unsigned long size = static_cast<unsigned long>(number) * 7919 % data.size() + 1;
-        if (client.connect("127.0.0.1", port) == 0 && client.send(data.data(), size) > 0)
-          sent += static_cast<long>(size);
+        sent += sendOver(port, data, static_cast<unsigned long>(number) * 7919 % data.size() + 1);
       }
     });
   }
