@@ -108,7 +108,8 @@ bool LogService::acceptClient() try {
 void LogService::startClientThread(const std::shared_ptr<CSocket>& client) {
   std::unique_ptr<ClientThread> argument(new ClientThread{this, client});
   m_clientThreads.push_back(0);
-  if (os_thread_create(&m_clientThreads.back(), runClientThread, argument.get(), 0, 0)) argument.release();
+  // From then on it is the thread's.
+  if (os_thread_create(&m_clientThreads.back(), runClientThread, argument.get(), 0, 0)) (void)argument.release();
 }
 
 void* LogService::runClientThread(void* argument) {
@@ -117,6 +118,7 @@ void* LogService::runClientThread(void* argument) {
   return nullptr;
 }
 
+// Holds the connection by a pointer of its own. NOLINTNEXTLINE(performance-unnecessary-value-param)
 void LogService::handleClient(std::shared_ptr<CSocket> client) {
   char buffer[kBufferBytes];
   while (!m_stop) {

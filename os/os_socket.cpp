@@ -70,7 +70,7 @@ void refusePending(int fd) {
 }
 
 bool setTimeout(int fd, int name, int milliseconds, RT_MODE mode) {
-  const timeval time{milliseconds / 1000, milliseconds % 1000 * 1000};
+  const timeval time{milliseconds / 1000, milliseconds % 1000 * 1000L};
   return os_socket_set_sock_opt(fd, SOL_SOCKET, name, &time, sizeof time, mode);
 }
 

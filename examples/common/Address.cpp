@@ -10,7 +10,7 @@ namespace common {
 Address readAddress(const std::string& text, int leastPort) {
   const std::size_t colon = text.find(':');
   const std::string port = colon == std::string::npos ? "" : text.substr(colon + 1);
-  const Address address{text.substr(0, colon), std::atoi(port.c_str())};
+  Address address{text.substr(0, colon), std::atoi(port.c_str())};
   in_addr ignored{};
   const bool isPort = port == std::to_string(address.port) && address.port >= leastPort && address.port <= 65535;
   // The library itself takes any other text for all addresses.

@@ -56,7 +56,6 @@ class OXU_EXPORT ISocket : public IBase {
 
   /// Closes the handle, if any. Always true.
   virtual bool close() = 0;
-
   /// False, with the message of initSocket, when it fails.
   virtual bool bind(const std::string& ip, unsigned short port) = 0;
   virtual bool listen(int backlog) = 0;
@@ -94,10 +93,11 @@ class OXU_EXPORT ISocketStub : public ISocket {
   std::uint64_t addRef() override;
   std::uint64_t releaseRef() override;
 
- protected:
-  ISocketStub() = default;
   ISocketStub(const ISocketStub&) = delete;
   ISocketStub& operator=(const ISocketStub&) = delete;
+
+ protected:
+  ISocketStub() = default;
   virtual ~ISocketStub() = default;
 
   /// Runs when the last reference has gone, right before the object is deleted.
