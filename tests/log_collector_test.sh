@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # The supervisor and the collector together: what one captures the other prints and sums up, whatever breaks.
-# Usage: log_collector_test.sh SUPERVISOR LOG_COLLECTOR
+# Usage: log_collector_test.sh SUPERVISOR LOG_COLLECTOR REDIRECT
 set -u
 supervisor=$1
 collector=$2
+redirect=$3
 work=$(mktemp -d)
 collector_pid=
 trap '[[ -n $collector_pid ]] && kill -9 "$collector_pid"; rm -rf "$work"' EXIT
@@ -73,13 +74,17 @@ first=$!
 wait "$first" || fail "the first supervisor"
 closed_connections 2
 
+# A host that forwards what it prints itself.
+"$redirect" "$ip" "$port" >/dev/null 2>&1 || fail "the host that redirects its output"
+closed_connections 3
+
 # A frame that comes byte by byte, one that breaks off, and bytes that are no frames.
 send() { exec 3<>"/dev/tcp/$ip/$port"; for bytes in "$@"; do printf "$bytes" >&3; sleep 0.02; done; exec 3>&-; }
 send '\x0a' '\0' '\0' '\0\x01' '\x02' '\0a' 'b12\n' '34' '\x0a\0\0\0\x01\x03'
 send '\xff\xff\xff\xff rubbish'
-closed_connections 4
+closed_connections 5
 stop_collector
-for text in 'flood    | 20000' 'stream   | 1' 'ab       | 12' 'ended within a frame' 'brings no frames'; do
+for text in 'flood    | 20000' 'stream   | 1' 'redirect | last words' 'ab       | 12' 'ended within a frame' 'brings no frames'; do
   expect "print" "$work/collector" "$text"
 done
 summary=$(tail -n 1 "$work/collector")

@@ -1,0 +1,125 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <string>
+
+#include "os/os_descriptor.h"
+#include "os/os_signal.h"
+#include "oxu/OutputRedirector.h"
+
+namespace oxu {
+
+namespace {
+
+constexpr std::size_t kChunkBytes = 1024;
+
+void closeBoth(const int (&fds)[2]) {
+  ::close(fds[0]);
+  ::close(fds[1]);
+}
+
+// Makes a pipe for the host alone, on numbers that the redirection does not replace. Where none is free, that is a
+// failure too: an end that stayed there would be overwritten, or closed as a standard descriptor.
+bool makePipe(int (&fds)[2]) {
+  if (::pipe(fds) != 0) return false;
+  for (int& end : fds) end = os_descriptor_off_standard(end);
+  if (std::min(fds[0], fds[1]) <= STDERR_FILENO) {
+    closeBoth(fds);
+    return false;
+  }
+  // Hardening, best effort: no launched command inherits an end. The copies that become its standard output and error
+  // are without this flag.
+  for (const int end : fds) ::fcntl(end, F_SETFD, FD_CLOEXEC);
+  return true;
+}
+
+// Where standard output led when this was made.
+class SavedStdout {
+ public:
+  SavedStdout() : m_fd(::fileno(stdout)), m_copy(::fcntl(m_fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)) {}
+
+  ~SavedStdout() {
+    if (m_copy != -1) ::close(m_copy);
+  }
+
+  SavedStdout(const SavedStdout&) = delete;
+  SavedStdout& operator=(const SavedStdout&) = delete;
+
+  int fd() const { return m_fd; }
+
+  // Standard output that was closed is closed again, and so is one that cannot be put back: a write to it fails then,
+  // where one to a pipe without a reader would end the host. Nothing is flushed: text that the host has not flushed
+  // yet stays in its buffer and goes to the old place.
+  void putBack() const {
+    if (::dup2(m_copy, m_fd) == -1) ::close(m_fd);
+  }
+
+ private:
+  int m_fd;
+  int m_copy;
+};
+
+// A read that a signal interrupts is no error.
+ssize_t readChunk(int fd, char (&buffer)[kChunkBytes]) {
+  ssize_t size = -1;
+  do {
+    size = ::read(fd, buffer, sizeof buffer);
+  } while (size == -1 && errno == EINTR);
+  return size;
+}
+
+}  // namespace
+
+void OutputRedirector::open() {
+  // The old standard output or error may be a pipe whose reader has gone.
+  const os_signal_pipe_guard noSigpipe;
+  int fds[2];
+  if (!makePipe(fds)) {
+    std::perror("pipe error");
+    return;
+  }
+  std::printf("Redirecting stdout/stderr to pipes:%d\n", fds[0]);
+  if (!redirectStdoutToPipe(fds[1])) {
+    // The read end of an earlier redirection stays open: the standard descriptors still lead into that pipe, and
+    // without a reader it would end the host.
+    closeBoth(fds);
+    m_read_fd = -1;
+    return;
+  }
+  ::close(fds[1]);
+  // Nothing leads into the earlier pipe any more.
+  if (m_read_fd != -1) ::close(m_read_fd);
+  m_read_fd = fds[0];
+}
+
+bool OutputRedirector::redirectStdoutToPipe(int fd) {
+  const SavedStdout saved;
+  const bool isReplaced = ::dup2(fd, saved.fd()) != -1;
+  if (!isReplaced || ::dup2(fd, ::fileno(stderr)) == -1) {
+    const os_signal_pipe_guard noSigpipe;
+    std::puts("Failed to redirect stdout/stderr");
+    if (isReplaced) saved.putBack();
+    return false;
+  }
+  // By number: a host can have given its streams others than these.
+  ::fcntl(STDOUT_FILENO, F_SETFL, O_NONBLOCK);
+  ::fcntl(STDERR_FILENO, F_SETFL, O_NONBLOCK);
+  m_redirected = true;
+  return true;
+}
+
+void* OutputRedirector::sendOutToNetwork(void* redirector) {
+  const auto* self = static_cast<OutputRedirector*>(redirector);
+  char buffer[kChunkBytes];
+  ssize_t size = readChunk(self->m_read_fd, buffer);
+  while (self->m_forwarding && size > 0) {
+    if (self->m_output_callback) self->m_output_callback(std::string(buffer, static_cast<std::size_t>(size)));
+    size = readChunk(self->m_read_fd, buffer);
+  }
+  return nullptr;
+}
+
+}  // namespace oxu
