@@ -72,8 +72,13 @@ void LogService::stopServer() {
 }
 
 unsigned short LogService::port() const {
+  // Another server can have come first, between the binding and the listening.
+  int isListening = 0;
+  socklen_t length = sizeof isListening;
+  os_socket_get_sock_opt(m_socket.handle(), SOL_SOCKET, SO_ACCEPTCONN, &isListening, &length, m_socket.mode());
   sockaddr_in address{};
-  socklen_t length = sizeof address;
+  length = sizeof address;
+  if (isListening == 0) return 0;
   if (os_socket_get_sock_name(m_socket.handle(), &address, &length, m_socket.mode()) == -1) return 0;
   return ntohs(address.sin_port);
 }

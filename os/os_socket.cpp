@@ -4,23 +4,25 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
-#include <mutex>
 
 #include "os/os_descriptor.h"
 #include "os/os_thread.h"
 
 namespace {
 
-constexpr int kNoReservePauseMs = 10;
+constexpr int kFailurePauseMs = 10;
 
-// The reserve, and the number of initialisations that want it: guarded by the mutex.
-std::mutex mutex;
-int reserve = -1;
-int users = 0;
+// Best effort, and without a lock, so that a forked child meets none that is held for ever: whoever takes the reserve
+// out is the one to close it, and whoever finds none puts a new one in.
+std::atomic<int> reserve{-1};
+std::atomic<int> users{0};
 
 thread_local int lastError = 0;
 
@@ -39,14 +41,30 @@ int failed(int error) {
 sockaddr* generic(void* address) { return static_cast<sockaddr*>(address); }
 const sockaddr* generic(const void* address) { return static_cast<const sockaddr*>(address); }
 
-// The caller holds the mutex.
-void fillReserve() {
-  if (reserve == -1) reserve = os_descriptor_off_standard(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+// Passes a new handle on, away from the numbers of the standard descriptors: what a host that has closed its own
+// prints would go to the peer.
+int taken(int fd) {
+  const int moved = os_descriptor_off_standard(fd);
+  if (moved == -1 || moved > STDERR_FILENO) return moved;
+  ::close(moved);
+  return failed(EMFILE);
 }
 
-void emptyReserve() {
-  if (reserve != -1) ::close(reserve);
-  reserve = -1;
+void fillReserve() {
+  if (reserve != -1) return;
+  const int fd = os_descriptor_off_standard(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+  int none = -1;
+  if (!reserve.compare_exchange_strong(none, fd)) ::close(fd);
+}
+
+// False when there is none. A host that closes every descriptor, as daemons do, has closed the reserve too, and may
+// have given its number to a file of its own: that is left alone.
+bool emptyReserve() {
+  const int fd = reserve.exchange(-1);
+  struct stat status {};
+  if (fd == -1 || ::fstat(fd, &status) != 0 || status.st_rdev != makedev(1, 3)) return false;
+  ::close(fd);
+  return true;
 }
 
 bool isConnectionPending(int fd) {
@@ -54,20 +72,16 @@ bool isConnectionPending(int fd) {
   return ::poll(&listener, 1, 0) == 1 && (listener.revents & POLLIN) != 0;
 }
 
-// Takes the pending connection off the queue of a handle that no descriptor is free for. Where that cannot be done,
-// the connection stays, and so a caller that tries again at once is slowed down.
-void refusePending(int fd) {
-  if (!isConnectionPending(fd)) return;
-  {
-    const std::lock_guard<std::mutex> lock(mutex);
-    emptyReserve();
-    const int refused = ::accept4(fd, nullptr, nullptr, SOCK_CLOEXEC);
-    if (refused != -1) ::close(refused);
-    fillReserve();
-    if (refused != -1) return;
-  }
-  os_thread_sleep_milliseconds(kNoReservePauseMs, 0);
+// Takes the pending connection off the queue of a handle that no descriptor is free for.
+bool refusePending(int fd) {
+  if (!isConnectionPending(fd) || !emptyReserve()) return false;
+  const int refused = ::accept4(fd, nullptr, nullptr, SOCK_CLOEXEC);
+  if (refused != -1) ::close(refused);
+  fillReserve();
+  return refused != -1;
 }
+
+bool isLackOfRoom(int error) { return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM; }
 
 bool setTimeout(int fd, int name, int milliseconds, RT_MODE mode) {
   const timeval time{milliseconds / 1000, milliseconds % 1000 * 1000L};
@@ -77,28 +91,30 @@ bool setTimeout(int fd, int name, int milliseconds, RT_MODE mode) {
 }  // namespace
 
 void os_socket_init_library() {
-  const std::lock_guard<std::mutex> lock(mutex);
   ++users;
   fillReserve();
 }
 
 void os_socket_clear_library() {
-  const std::lock_guard<std::mutex> lock(mutex);
   if (--users == 0) emptyReserve();
 }
 
 int os_socket_get_errno_code() { return lastError; }
 
 int os_socket(int family, int type, int protocol, RT_MODE /*mode*/) {
-  return os_descriptor_off_standard(checked(::socket(family, type | SOCK_CLOEXEC, protocol)));
+  return taken(checked(::socket(family, type | SOCK_CLOEXEC, protocol)));
 }
 
 int os_socket_accept(int fd, void* address, socklen_t* length, RT_MODE /*mode*/) {
   const int client = checked(::accept4(fd, generic(address), length, SOCK_CLOEXEC));
-  if (client != -1) return os_descriptor_off_standard(client);
-  if (lastError != EMFILE && lastError != ENFILE && lastError != ENOBUFS && lastError != ENOMEM) return -1;
+  if (client != -1) {
+    fillReserve();
+    return taken(client);
+  }
   const int error = lastError;
-  refusePending(fd);
+  if (error == EAGAIN || error == EINTR || error == ECONNABORTED) return -1;
+  // A connection that could be neither taken nor refused is still there: a caller that tries again is slowed down.
+  if (!isLackOfRoom(error) || !refusePending(fd)) os_thread_sleep_milliseconds(kFailurePauseMs, 0);
   return failed(error);
 }
 

@@ -18,7 +18,8 @@ bool os_socket_readable(int fd, int timeoutMs, int* result, RT_MODE mode);
 bool os_socket_writable(int fd, int timeoutMs, int* result, RT_MODE mode);
 
 // True for a connection with a pending error (one that was reset or has timed out, for example), and for an invalid
-// handle. An orderly close by the peer is no broken link, and a link with bytes to read is not broken yet.
+// handle. An orderly close by the peer is no broken link, and a link with bytes to read (urgent ones, and what follows
+// them, aside) is not broken yet.
 bool os_socket_is_link_broken(int fd, RT_MODE mode);
 
 #endif

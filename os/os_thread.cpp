@@ -10,6 +10,8 @@
 
 namespace {
 
+constexpr std::size_t kLeastStackBytes = 256 * 1024;
+
 enum class State {
   kRunning,
   kEnded,    // its function has returned; it stands in the list of ended threads
@@ -83,6 +85,18 @@ void* run(void* argument) {
   return nullptr;
 }
 
+// A host can have made its default stack smaller than what the library's own threads keep there.
+bool startNative(pthread_t* id, Thread* thread) {
+  pthread_attr_t attributes;
+  if (::pthread_attr_init(&attributes) != 0) return false;
+  std::size_t stackBytes = 0;
+  ::pthread_attr_getstacksize(&attributes, &stackBytes);
+  if (stackBytes < kLeastStackBytes) ::pthread_attr_setstacksize(&attributes, kLeastStackBytes);
+  const bool isStarted = ::pthread_create(id, &attributes, run, thread) == 0;
+  ::pthread_attr_destroy(&attributes);
+  return isStarted;
+}
+
 // True when the caller has to join the thread natively, false when that is done.
 bool claim(Thread* thread) {
   const Lock lock;
@@ -102,7 +116,7 @@ bool os_thread_create(os_thread_handle* handle, os_thread_function function, voi
                       int /*option*/) {
   std::unique_ptr<Thread> thread(new (std::nothrow) Thread{function, argument, nullptr, {}, State::kRunning, nullptr});
   pthread_t id{};
-  if (!thread || ::pthread_create(&id, nullptr, run, thread.get()) != 0) return false;
+  if (!thread || !startNative(&id, thread.get())) return false;
   const Lock lock;
   reapEnded();
   thread->id = id;

@@ -8,7 +8,6 @@
 namespace {
 
 const std::string kLoopback = "127.0.0.1";
-constexpr int kNobodysPort = 1;
 constexpr int kEither = -1;  // the system may have told of it at once
 
 sockaddr_in loopback(unsigned short port) {
@@ -24,6 +23,17 @@ unsigned short portOf(int fd) {
   socklen_t length = sizeof address;
   ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
   return ntohs(address.sin_port);
+}
+
+// Of a handle that does not listen.
+unsigned short nobodysPort() {
+  static const int bound = [] {
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const sockaddr_in any = loopback(0);
+    EXPECT_EQ(::bind(fd, reinterpret_cast<const sockaddr*>(&any), sizeof any), 0);
+    return fd;
+  }();
+  return portOf(bound);
 }
 
 int openDescriptors() {
@@ -220,7 +230,7 @@ TEST(SocketWait, TellsTheStatesOfAConnectionApart) {
          EXPECT_EQ(link.client.send("lost", 4, 0), 4);
        },
        true, true, true, EPIPE},
-      {"refused", [](Link& link) { link.client.connect(kLoopback, kNobodysPort); }, true, false, true, kEither},
+      {"refused", [](Link& link) { link.client.connect(kLoopback, nobodysPort()); }, true, false, true, kEither},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.state);
@@ -476,13 +486,13 @@ TEST(LogServiceClient, ReportsEachFailure) {
        prefix + "Socket not ready to write.\n"},
       {"reset", [](Peer& peer) { return peer.join().resetByServer(), peer.send(1); }, -4,
        prefix + "Socket link broken.\n"},
-      {"reset in mid-send", [](Peer& peer) { return peer.join().readSlowly(20).send(kMuch) / 2 * 2; }, -4, prefix},
+      {"reset in mid-send", [](Peer& peer) { return peer.join().readSlowly(20).send(kMuch) & ~1; }, -4, prefix},
       {"too long", [](Peer& peer) { return peer.join().sender.send(nullptr, 1UL << 31); }, -3,
        prefix + "Failed to send data. ret = -1\n"},
       {"closed", [](Peer& peer) { return peer.sender.close() && peer.sender.close() ? peer.connectTo(1) : 0; }, -2,
        notConnected + ". ret = 9\n"},
       {"not connected", [](Peer& peer) { return peer.send(1); }, -4, prefix + "Socket not ready to write.\n"},
-      {"refused", [](Peer& peer) { return peer.connectTo(kNobodysPort); }, -2, notConnected},
+      {"refused", [](Peer& peer) { return peer.connectTo(nobodysPort()); }, -2, notConnected},
       {"nobody answers",
        [](Peer& peer) { return peer.client.connect(kLoopback, peer.port()), peer.connectTo(peer.port()); }, -2,
        notConnected + "  \n"},

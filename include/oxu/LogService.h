@@ -40,14 +40,15 @@ class OXU_EXPORT LogService {
   ///
   /// There is no result. Where it fails, "[LogServiceServer]system socket(%s:%d) init failed!\n" is on standard error
   /// (after "Bind failed, error code: %d\n" on standard output for an address in use), and port() is 0; a server that
-  /// runs already goes on.
+  /// runs already goes on. Where another server takes the port at the same moment, nothing is printed, and port() is 0
+  /// all the same.
   void startServer(const std::string& ip, short port);
 
   /// Ends and joins every thread and closes the listening socket. Takes about a second, and as long as running
   /// callbacks take. Bytes that no thread has received yet are lost.
   void stopServer();
 
-  /// The port that the server listens on; 0 while it is stopped.
+  /// The port that the server listens on; 0 when it does not.
   unsigned short port() const;
 
  private:

@@ -4,10 +4,10 @@
 /// |-----------|-------------------------------|------------------------|----------|-----------------|
 /// | created   | construction                  | 0, or -2               | -4       | true            |
 /// | connected | connect returned 0            | the connection stays   | as below | true            |
-/// | failed    | connect or send was below 0   | a new client is needed | -3 or -4 | true            |
+/// | failed    | connect or send was below 0   | a new client is needed | as below | true            |
 /// | closed    | close                         | -2                     | -4       | true, no effect |
 ///
-/// Threads: a client is used by one thread at a time. No call takes much longer than the times that are given.
+/// Threads: a client is used by one thread at a time.
 ///
 /// Failures are printed on standard error as lines that begin with "[LogServiceClient]".
 #ifndef OXU_LOGSERVICECLIENT_H
@@ -24,7 +24,7 @@ class OXU_EXPORT LogServiceClient {
   /// initialization failed. ret = %d\n" is printed with the errno number, and the operations fail.
   LogServiceClient();
 
-  /// Closes the connection. What was sent is still delivered.
+  /// Closes the connection. What was sent is still delivered, unless the peer has sent something itself.
   ~LogServiceClient();
 
   LogServiceClient(const LogServiceClient&) = delete;

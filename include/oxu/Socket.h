@@ -138,7 +138,7 @@ class OXU_EXPORT CSocket : public ISocketStub {
   /// Closes the handle.
   void onFinalRelease() override;
 
-  /// For derived classes: a handle has been attached and configured, and is about to be given up.
+  /// For derived classes: a handle has been attached and configured; the handle, if any, is about to be given up.
   virtual void onSocketAttach();
   virtual void onSocketDetach();
 
