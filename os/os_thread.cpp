@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr std::size_t kLeastStackBytes = 256 * 1024;
+constexpr std::size_t kLeastStackBytes = 256UL * 1024;
 
 enum class State {
   kRunning,
