@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
 # Checks the pages: each block between "<!-- example NAME -->" and "<!-- end -->" is the file examples/NAME, word for
-# word, and each link to a file or a heading of the repository leads somewhere. With --refresh it fills the blocks
-# first.
+# word, and each link to a file or a heading of the repository leads somewhere. With --refresh it fills the blocks.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 pages=(./*.md docs/*.md)
@@ -19,8 +18,7 @@ filled() {
       file = "examples/" $3
       language = file ~ /\.c$/ ? "c" : "cpp"
       print $0 "\n\n```" language
-      while ((status = (getline line < file)) > 0) print line
-      if (status < 0) print "there is no " file
+      while ((getline line < file) > 0) print line
       close(file)
       print "```\n"
       inside = 1
@@ -38,15 +36,17 @@ anchors() {
 }
 
 for page in "${pages[@]}"; do
-  if [[ ${1:-} == --refresh ]]; then
+  missing=$(sed -n 's/^<!-- example \(.*\) -->$/\1/p' "$page" | while read -r name; do
+    [[ -f examples/$name ]] || printf ' %s' "$name"
+  done)
+  if [[ -n $missing ]]; then
+    fault "$page: missing in examples:$missing"
+  elif [[ ${1:-} == --refresh ]]; then
     text=$(filled "$page")
     printf '%s\n' "$text" >"$page"
-  fi
-  for name in $(sed -n 's/^<!-- example \(.*\) -->$/\1/p' "$page"); do
-    [[ -f examples/$name ]] || fault "$page: there is no examples/$name"
-  done
-  filled "$page" | diff -u --label "$page" --label "as the examples are" "$page" - ||
+  elif ! filled "$page" | diff -u --label "$page" --label "as the examples are" "$page" - >&2; then
     fault "$page: an example has changed, run scripts/docs_check.sh --refresh"
+  fi
   while read -r link; do
     [[ $link == *://* || $link == mailto:* ]] && continue
     target=${link%%#*}
