@@ -34,7 +34,7 @@ blocks=("$work"/[0-9]*.{sh,cpp,c,cmake})
 ((${#blocks[@]})) || { echo "README.md has no blocks"; exit 1; }
 mapfile -t blocks < <(printf '%s\n' "${blocks[@]}" | sort)
 
-cmake -G Ninja -B build/readme -DCMAKE_BUILD_TYPE=Release -DOXU_BUILD_TESTS=OFF -DOXU_BUILD_EXAMPLES=OFF \
+cmake --no-warn-unused-cli -G Ninja -B build/readme -DCMAKE_BUILD_TYPE=Release -DOXU_BUILD_TESTS=OFF -DOXU_BUILD_EXAMPLES=OFF \
   -DOXU_INSTALL=ON -DCMAKE_INSTALL_PREFIX="$prefix" -DCMAKE_INSTALL_LIBDIR=lib >/dev/null
 cmake --build build/readme -- --quiet
 cmake --install build/readme >/dev/null
@@ -77,7 +77,7 @@ run_cmake() {
   } >"$project/CMakeLists.txt"
   # shellcheck disable=SC2046
   provide "$project" $(named "$project/CMakeLists.txt")
-  cmake -G Ninja -S "$project" -B "$project/build" -DCMAKE_PREFIX_PATH="$prefix" \
+  cmake --no-warn-unused-cli -G Ninja -S "$project" -B "$project/build" -DCMAKE_PREFIX_PATH="$prefix" \
     -DFETCHCONTENT_SOURCE_DIR_OXUTOOL="$clone" >/dev/null
   cmake --build "$project/build" -- --quiet
   "$project/build/$target"
