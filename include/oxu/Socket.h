@@ -78,7 +78,7 @@ class OXU_EXPORT ISocket : public IBase {
   virtual bool getPeerName(std::string& ip, unsigned short& port) = 0;
   virtual bool getSockName(std::string& ip, unsigned short& port) = 0;
 
-  /// As ::getsockopt and ::setsockopt do; true on success.
+  /// As getsockopt(2) and setsockopt(2) do; true on success.
   virtual bool getSockopt(int level, int name, void* value, unsigned int* length) = 0;
   virtual bool setSockopt(int level, int name, const void* value, unsigned int length) = 0;
 
