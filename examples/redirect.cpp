@@ -14,9 +14,7 @@
 #include "oxu/LogServiceClient.h"
 #include "oxu/OutputRedirector.h"
 
-namespace {
-
-int sendFrame(LogServiceClient& client, const std::string& chunk) {
+static int sendFrame(LogServiceClient& client, const std::string& chunk) {
   char* data = nullptr;
   int length = 0;
   ProtocolToString(1, "redirect", chunk, &data, &length);
@@ -24,11 +22,9 @@ int sendFrame(LogServiceClient& client, const std::string& chunk) {
   return client.send(frame.get(), static_cast<unsigned long>(length) + 4);
 }
 
-}  // namespace
-
 int main(int argc, char** argv) {
   LogServiceClient client;
-  const bool toService = argc == 3;
+  bool toService = argc == 3;
   if (toService && client.connect(argv[1], std::atoi(argv[2])) != 0) return 1;
 
   const int console = ::dup(STDOUT_FILENO);
@@ -38,7 +34,11 @@ int main(int argc, char** argv) {
   // Must not print: that would come back to it.
   redirector.m_output_callback = [&](const std::string& chunk) {
     text += chunk;
-    if (toService ? sendFrame(client, chunk) < 0 : ::dprintf(console, "captured: %s", chunk.c_str()) < 0) std::abort();
+    if (toService && sendFrame(client, chunk) < 0) {
+      ::dprintf(console, "no connection any more\n");
+      toService = false;
+    }
+    if (!toService) ::dprintf(console, "captured: %s", chunk.c_str());
     isComplete = text.find("last words\n") != std::string::npos;
   };
   redirector.m_forwarding = true;

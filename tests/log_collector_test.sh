@@ -111,6 +111,7 @@ wait "$first" || fail "the supervisor without a service"
 stop_collector
 (($(grep -cF "$lost" "$work/c") == 2)) || fail "told $(grep -cF "$lost" "$work/c") times"
 expect "what was not sent" "$work/c" "chunks not sent"
+(($(grep -c 'chunks not sent' "$work/c") == 1)) || fail "told more than once what was not sent"
 
 ((faults == 0)) && echo "all as expected"
 exit "$faults"

@@ -1,10 +1,13 @@
-// The address of a log service as users write it: IP:PORT.
+// What a log service and its clients agree on, and its address as users write it: IP:PORT.
 #ifndef COMMON_ADDRESS_H
 #define COMMON_ADDRESS_H
 
 #include <string>
 
 namespace common {
+
+// The type of the frames that carry output.
+constexpr int kOutputFrame = 1;
 
 struct Address {
   std::string ip;

@@ -1,6 +1,7 @@
 #include "common/LinePrinter.h"
 
 #include <algorithm>
+#include <string_view>
 
 #include "common/Log.h"
 #include "oxu/LogLevel.h"
@@ -17,7 +18,9 @@ constexpr std::size_t kLongestLine = 900;
 }  // namespace
 
 LinePrinter::LinePrinter(const std::string& name) : m_label(name.substr(0, kLongestLabel)) {
-  std::replace(m_label.begin(), m_label.end(), '\0', '?');
+  // A name that comes over the network could write lines of its own.
+  std::replace_if(
+      m_label.begin(), m_label.end(), [](unsigned char byte) { return byte < 0x20 || byte == 0x7f; }, '?');
   m_label.resize(std::max(m_label.size(), kShortestLabel), ' ');
 }
 
@@ -25,11 +28,12 @@ void LinePrinter::add(const std::string& text) {
   m_unfinished += text;
   std::size_t begin = 0;
   for (;;) {
-    const std::size_t feed = m_unfinished.find('\n', begin);
-    const std::size_t size = (feed == std::string::npos ? m_unfinished.size() : feed) - begin;
-    if (feed == std::string::npos && size <= kLongestLine) break;
-    print(m_unfinished.substr(begin, std::min(size, kLongestLine)));
-    begin += size > kLongestLine ? kLongestLine : size + 1;
+    // No further than a line may reach, so that a long one is not searched again for each of its pieces.
+    const std::string_view rest = std::string_view(m_unfinished).substr(begin, kLongestLine + 1);
+    const std::size_t feed = rest.find('\n');
+    if (feed == std::string_view::npos && rest.size() <= kLongestLine) break;
+    print(std::string(rest.substr(0, std::min(feed, kLongestLine))));
+    begin += feed == std::string_view::npos ? kLongestLine : feed + 1;
   }
   m_unfinished.erase(0, begin);
 }

@@ -32,6 +32,7 @@ class Collector::Connection {
 
  private:
   void take(const Frame& frame) {
+    if (frame.type != common::kOutputFrame) return;
     common::LinePrinter& printer = m_printers.try_emplace(frame.name, frame.name).first->second;
     const unsigned long before = printer.lines();
     printer.add(frame.body);

@@ -25,6 +25,7 @@ int collect(const common::Address& address) {
   // Blocked before the first thread starts, so that every thread leaves these signals to the wait below.
   const sigset_t signals = stopSignals();
   ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  std::signal(SIGPIPE, SIG_IGN);
   install_log_task();
   collector::Collector collector;
   const bool isListening = collector.start(address);
@@ -32,6 +33,8 @@ int collect(const common::Address& address) {
     common::logLine(oxu::INFO, "listening on " + address.ip + ":" + std::to_string(collector.port()));
     int signal = 0;
     ::sigwait(&signals, &signal);
+    // The next one ends a collector that waits for a console which stands still.
+    ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
     common::becomeImpatient();
     collector.stop();
   }

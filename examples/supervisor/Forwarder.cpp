@@ -9,7 +9,6 @@ namespace supervisor {
 
 namespace {
 
-constexpr int kOutputFrame = 1;
 constexpr std::size_t kMostWaitingBytes = 1 << 20;
 constexpr std::chrono::seconds kPause(3);
 constexpr std::chrono::seconds kLongestEnd(5);
@@ -17,7 +16,7 @@ constexpr std::chrono::seconds kLongestEnd(5);
 std::string makeFrame(const std::string& name, const std::string& chunk) {
   char* data = nullptr;
   int length = 0;
-  ProtocolToString(kOutputFrame, name, chunk, &data, &length);
+  ProtocolToString(common::kOutputFrame, name, chunk, &data, &length);
   const std::unique_ptr<char[]> owner(data);
   return data == nullptr ? "" : std::string(data, static_cast<std::size_t>(length) + sizeof length);
 }
@@ -39,11 +38,18 @@ Forwarder::~Forwarder() {
   m_thread.join();
 }
 
-void Forwarder::forward(const std::string& name, const std::string& chunk) {
+void Forwarder::stopWaiting() {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  m_may_wait = false;
+  m_changed.notify_all();
+}
+
+void Forwarder::forward(const std::string& name, const std::string& chunk, bool mayWait) {
   if (!m_thread.joinable()) return;
   std::string frame = makeFrame(name, chunk);
   std::unique_lock<std::mutex> lock(m_mutex);
-  m_changed.wait(lock, [this] { return m_bytes < kMostWaitingBytes || m_state != State::kConnected; });
+  m_changed.wait(
+      lock, [&] { return m_bytes < kMostWaitingBytes || m_state != State::kConnected || !mayWait || !m_may_wait; });
   if (m_state == State::kDown || m_bytes >= kMostWaitingBytes || frame.empty()) {
     ++m_dropped;
     return;
@@ -61,25 +67,26 @@ void Forwarder::run() {
     LogServiceClient client;
     if (client.connect(m_service.ip, m_service.port) == 0) {
       enter(State::kConnected);
-      common::logLine(oxu::INFO, service + ": connected");
-      isReported = false;
-      serve(client);
+      // A service that hangs is connected to and lost again and again.
+      if (serve(client)) isReported = false;
     }
-    const unsigned long dropped = enter(State::kDown);
-    if (dropped != 0) common::logLine(oxu::WARNING, service + ": chunks not sent: " + std::to_string(dropped));
+    enter(State::kDown);
     if (!isReported && !m_is_stopping) common::logLine(oxu::WARNING, service + ": no connection, trying again");
     isReported = true;
   } while (!isToStopWithin(kPause));
+  if (m_dropped != 0) common::logLine(oxu::WARNING, service + ": chunks not sent: " + std::to_string(m_dropped));
 }
 
-// Until the connection breaks, or all is sent at the end.
-void Forwarder::serve(LogServiceClient& client) {
+// Until the connection breaks, or all is sent at the end. Returns whether anything could be sent.
+bool Forwarder::serve(LogServiceClient& client) {
   std::string frame;
-  while (takeNext(frame)) {
+  bool hasSent = false;
+  for (; takeNext(frame); hasSent = true) {
     if (client.send(frame.data(), frame.size()) >= 0) continue;
     ++m_dropped;
-    return;
+    break;
   }
+  return hasSent;
 }
 
 bool Forwarder::takeNext(std::string& frame) {
@@ -94,17 +101,15 @@ bool Forwarder::takeNext(std::string& frame) {
   return true;
 }
 
-// Returns how many chunks were dropped since the last time; what waits is dropped as well where there is no
-// connection.
-unsigned long Forwarder::enter(State state) {
+// What waits is dropped where there is no connection.
+void Forwarder::enter(State state) {
   const std::lock_guard<std::mutex> lock(m_mutex);
   m_state = state;
   m_changed.notify_all();
-  if (state == State::kConnected) return 0;
+  if (state == State::kConnected) return;
   m_dropped += m_frames.size();
   m_frames.clear();
   m_bytes = 0;
-  return m_dropped.exchange(0);
 }
 
 bool Forwarder::isToStopWithin(std::chrono::seconds time) {

@@ -29,16 +29,20 @@ class Forwarder {
   Forwarder(const Forwarder&) = delete;
   Forwarder& operator=(const Forwarder&) = delete;
 
-  // From any thread. Waits for a service that is slower than the command.
-  void forward(const std::string& name, const std::string& chunk);
+  // From any thread. With `mayWait` it waits for a service that is slower than the command; without, what finds no
+  // room is dropped.
+  void forward(const std::string& name, const std::string& chunk, bool mayWait);
+
+  // From now on nothing waits.
+  void stopWaiting();
 
  private:
   enum class State { kConnecting, kConnected, kDown };
 
   void run();
-  void serve(LogServiceClient& client);
+  bool serve(LogServiceClient& client);
   bool takeNext(std::string& frame);
-  unsigned long enter(State state);
+  void enter(State state);
   bool isToStopWithin(std::chrono::seconds time);
 
   const common::Address m_service;
@@ -47,9 +51,10 @@ class Forwarder {
   State m_state = State::kConnecting;  // guarded by the mutex, as are the frames
   std::deque<std::string> m_frames;
   std::size_t m_bytes = 0;  // of all frames
+  bool m_may_wait = true;
   std::chrono::steady_clock::time_point m_deadline;
   std::atomic<bool> m_is_stopping{false};
-  std::atomic<unsigned long> m_dropped{0};  // chunks since the last report
+  std::atomic<unsigned long> m_dropped{0};  // chunks
   std::thread m_thread;                     // last: it uses the others
 };
 

@@ -97,8 +97,9 @@ void Job::capture(const std::string& chunk) {
 
 void Job::pass(const std::string& text) {
   m_bytes += text.size();
-  m_forwarder.forward(name(), text);
   m_printer.add(text);
+  // A command that does not wait for its reader would lose output here, too, while the service is slow.
+  m_forwarder.forward(name(), text, m_config.blocking);
 }
 
 }  // namespace supervisor

@@ -58,6 +58,7 @@ void Supervisor::killAll() {
   logLine(oxu::WARNING,
           "stopping, with " + std::to_string(jobs.size()) + " of " + std::to_string(m_jobs.size()) + " commands alive");
   m_stopping = true;
+  m_forwarder.stopWaiting();
   std::vector<int> groups;
   for (const Job* job : jobs) {
     if (::getpgid(job->pid()) != job->pid()) {

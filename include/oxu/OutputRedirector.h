@@ -52,9 +52,9 @@ class OXU_EXPORT OutputRedirector {
   void open();
 
   /// Makes standard output and standard error copies of `fd`, which stays the caller's, and sets them non-blocking.
-  /// The file's other status flags are cleared. False when that fails: both lead where they did before, and "Failed
-  /// to redirect stdout/stderr" has been printed. A line-buffered standard output that was replaced already has taken
-  /// this message to `fd`.
+  /// The file's other status flags are cleared. False when that fails: both lead where they did before (standard
+  /// output is closed where no descriptor was free to keep it), and "Failed to redirect stdout/stderr" has been
+  /// printed. A line-buffered standard output that was replaced already has taken this message to `fd`.
   bool redirectStdoutToPipe(int fd);
 
   /// Hands what arrives in the pipe of `redirector`, an OutputRedirector*, to its callback, in chunks of 1 to 1024
