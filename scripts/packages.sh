@@ -30,4 +30,4 @@ install_missing() {
 }
 
 build_packages=(cmake g++ ninja-build)
-test_packages=("${build_packages[@]}" gcc libgtest-dev sudo)
+test_packages=("${build_packages[@]}" gcc libgtest-dev pkgconf sudo)

@@ -1,0 +1,118 @@
+#!/usr/bin/env bash
+# Uses the library as a host project does. Usage: consumer_test.sh WAY SOURCE BUILD WORK [CXX], where WAY names one of
+# the functions at the end, BUILD is a build of the library, and WORK a folder of this test's own.
+set -euo pipefail
+way=$1
+source=$2
+build=$3
+work=$4
+CXX=${5:-c++}
+warnings=(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
+level_names=(-DDEBUG -DTEST -DINFO -DWARNING -DERROR)
+here=$source/tests/consumer
+rm -rf "$work" && mkdir -p "$work"
+
+configure() { cmake --no-warn-unused-cli -G Ninja "$@" >/dev/null; }
+
+# install_library PREFIX [OPTION...] installs the build, or one made anew with the options.
+install_library() {
+  local prefix=$1 from=$build
+  shift
+  if (($#)); then
+    from=$work/build
+    configure -S "$source" -B "$from" -DOXU_BUILD_TESTS=OFF -DOXU_BUILD_EXAMPLES=OFF "$@"
+    cmake --build "$from" -- --quiet
+  fi
+  cmake --install "$from" --prefix "$prefix" >/dev/null
+}
+
+# The consumers with a header that includes all of the library's, from the folder that holds oxu/.
+copy_consumers() {
+  mkdir -p "$work/consumer"
+  cp "$here"/CMakeLists.txt "$here"/*.cpp "$work/consumer"
+  (cd "$1" && printf '#include <%s>\n' oxu/*.h) >"$work/consumer/everything.h"
+}
+
+# build_consumers [OPTION...]: builds both and runs them.
+build_consumers() {
+  configure -S "$work/consumer" -B "$work/consumer/build" -DCAPI="$source/examples/capi.c" "$@"
+  cmake --build "$work/consumer/build" -- --quiet
+}
+
+# compile_with_pkg_config PREFIX compiles the same by hand, in C++17 and in C11, and runs them.
+compile_with_pkg_config() {
+  local flags libraries
+  export PKG_CONFIG_PATH
+  PKG_CONFIG_PATH=$(dirname "$(find "$1" -name oxutool.pc)")
+  flags=$(pkg-config --cflags oxutool)
+  libraries="$(pkg-config --libs oxutool) -Wl,-rpath,$(dirname "$PKG_CONFIG_PATH")"
+  # shellcheck disable=SC2086
+  $CXX -std=c++17 "${warnings[@]}" $flags "$work"/consumer/*.cpp $libraries -pthread -o "$work/by_hand"
+  # shellcheck disable=SC2086
+  cc -std=c11 -D_POSIX_C_SOURCE=200809L "${warnings[@]}" $flags "$source/examples/capi.c" $libraries -o "$work/by_hand_c"
+  "$work/by_hand" && "$work/by_hand_c"
+}
+
+installed() {
+  install_library "$work/first"
+  mv "$work/first" "$work/moved"
+  copy_consumers "$work/moved/include"
+  build_consumers -DCMAKE_PREFIX_PATH="$work/moved"
+  compile_with_pkg_config "$work/moved"
+}
+
+static() {
+  install_library "$work/first" -DBUILD_SHARED_LIBS=OFF -DCMAKE_BUILD_TYPE=Debug
+  mv "$work/first" "$work/moved"
+  copy_consumers "$work/moved/include"
+  build_consumers -DCMAKE_PREFIX_PATH="$work/moved"
+  compile_with_pkg_config "$work/moved"
+}
+
+subdirectory() {
+  copy_consumers "$source/include"
+  build_consumers -DSOURCE="$source" -DCMAKE_BUILD_TYPE=Debug
+  # A host project that installs itself does not install the library, and has none of its tests and examples.
+  cmake --install "$work/consumer/build" --prefix "$work/none" >/dev/null
+  [[ ! -e $work/none ]] && ! find "$work/consumer/build" -name '*supervisor*' -o -name oxutool_tests | grep .
+}
+
+# Each exported header alone, whatever macros the host has.
+headers() {
+  command -v "$CXX" >/dev/null || { echo "skipped: there is no $CXX"; exit 77; }
+  local standard
+  cd "$source/include"
+  for standard in 17 20 2b; do
+    "$CXX" "-std=c++$standard" -fsyntax-only -x c++ "${warnings[@]}" "${level_names[@]}" \
+      -I. oxu/*.h
+  done
+  cc -std=c11 -fsyntax-only -x c "${warnings[@]}" "${level_names[@]}" -I. oxu/CApi.h
+}
+
+# A wrong argument of push_log must not compile.
+format() {
+  local call='int main(void) { return push_log(1, "%s", 5); }' language
+  for language in c c++; do
+    printf '#include "oxu/CApi.h"\n%s\n' "$call" >"$work/wrong.$language"
+    ! cc -fsyntax-only -x "$language" -Werror=format -I"$source/include" "$work/wrong.$language" 2>"$work/errors" ||
+      { echo "a wrong argument compiles in $language"; exit 1; }
+    grep -qF 'Werror=format' "$work/errors"
+  done
+}
+
+# What the shared library exports, is called and needs. With REFRESH=1 the list of symbols is made anew.
+abi() {
+  local library=$build/libOxuTool.so
+  # Weak symbols of the library's own classes depend on what a compiler has put inline.
+  nm -DC --defined-only "$library" | sed -nE 's/^[0-9a-f]+ [TDBR] //p' | LC_ALL=C sort -u >"$work/symbols"
+  [[ -z ${REFRESH:-} ]] || cp "$work/symbols" "$here/symbols.txt"
+  diff -u "$here/symbols.txt" "$work/symbols"
+  nm -DC --defined-only "$library" | sed -nE 's/^[0-9a-f]+ [^TDBR] //p' >"$work/weak"
+  ! grep -vE '^((vtable|typeinfo|typeinfo name) for )?(oxu::|OS::|IniFile|Option|IBase|ISocket|CSocket|LogService)' "$work/weak"
+  readelf -d "$library" >"$work/dynamic"
+  grep -qF 'soname: [libOxuTool.so.0]' "$work/dynamic"
+  ! sed -nE 's/.*\(NEEDED\).*\[(.*)\]/\1/p' "$work/dynamic" |
+    grep -vxE 'lib(stdc\+\+\.so\.6|m\.so\.6|gcc_s\.so\.1|c\.so\.6)|ld-linux.*'
+}
+
+"$way"
