@@ -5,8 +5,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
+#include <string>
 #include <thread>
 
 #include "oxu/StartProcess.h"
@@ -64,5 +66,25 @@ void BM_CaptureStartProcess(benchmark::State& state) {
   state.SetBytesProcessed(state.iterations() * kBytes);
 }
 BENCHMARK(BM_CaptureStartProcess)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The share of the lines of a command that arrive: it writes faster than any reader, and its output does not block,
+// unless it opens that anew.
+void BM_ShareOfFastOutput(benchmark::State& state) {
+  const std::string commands[] = {"seq 1 5000000", "exec >/dev/stdout 2>&1; seq 1 5000000"};
+  constexpr double kLines = 5000000;
+  long lines = 0;
+  for (auto _ : state) {
+    std::atomic<long> received{0};
+    const oxu::StartProcess process(
+        "", "", commands[state.range(0)], "",
+        [&](const std::string& chunk) { received += std::count(chunk.begin(), chunk.end(), '\n'); }, 1 << 16, false);
+    ::waitpid(process.pid(), nullptr, 0);
+    // What is still in the pipe arrives before the reader has been quiet for a while.
+    for (long before = -1; before != received; before = received) ::usleep(50000);
+    lines += received;
+  }
+  state.counters["share"] = static_cast<double>(lines) / kLines / static_cast<double>(state.iterations());
+}
+BENCHMARK(BM_ShareOfFastOutput)->ArgName("blocking")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace

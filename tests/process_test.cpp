@@ -66,8 +66,9 @@ TEST(RootPrivilege, WrapsEachCommandOfTheLineInSudo) {
 }
 
 TEST(StartProcess, DeliversWhatTheCommandWritesUnchangedAndInOrder) {
-  std::string numbers;
+  std::string numbers, more;
   for (int i = 10000; i <= 12000; ++i) numbers += std::to_string(i) + "\n";
+  for (int i = 1; i <= 200000; ++i) more += std::to_string(i) + "\n";
   const struct {
     const char* command;
     unsigned long bufferSize;
@@ -77,6 +78,7 @@ TEST(StartProcess, DeliversWhatTheCommandWritesUnchangedAndInOrder) {
       {"echo out; echo err >&2", 1, "out\nerr\n"},
       {"printf 'a\\0b\\nc'", 4096, std::string("a\0b\nc", 5)},
       {"seq 10000 12000", 100, numbers},
+      {"exec >/dev/stdout 2>&1; seq 200000", 4096, more},  // far more than the pipe holds
       {"echo $SU_PASSWD$ $__SU_PASSWD__", 4096, "secret secret\n"},
       {"pwd; echo \"$OXU_VALUE\"", 4096, "/\nof the host\n"},
       {"read -r _ _ _ _ group _ < /proc/$$/stat; [ $group = $$ ] && echo leader", 4096, "leader\n"},
