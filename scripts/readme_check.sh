@@ -38,7 +38,9 @@ cmake --no-warn-unused-cli -G Ninja -B build/readme -DCMAKE_BUILD_TYPE=Release -
   -DOXU_INSTALL=ON -DCMAKE_INSTALL_PREFIX="$prefix" -DCMAKE_INSTALL_LIBDIR=lib >/dev/null
 cmake --build build/readme -- --quiet
 cmake --install build/readme >/dev/null
-export PKG_CONFIG_PATH=$prefix/lib/pkgconfig LD_LIBRARY_PATH=$prefix/lib
+# What a block puts into the home folder goes with the rest.
+export HOME=$work/home
+mkdir "$HOME"
 
 # provide FOLDER FILE...: copies the first block of the right language to each file that is missing there.
 provide() {
