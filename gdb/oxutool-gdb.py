@@ -1,184 +1,314 @@
-"""Shows the values of libOxuTool in gdb: Json, IniFile, Option, and the logger's ring with its records.
+# Pretty-printers for gdb: Json, IniFile, Option, the logger's ring and its records.
+#
+# gdb loads this file with the shared library where it is installed for it (CMakeLists.txt beside it says where). A
+# host that links the static library, or runs from a build folder, loads it by hand: source oxutool-gdb.py
+#
+#     (gdb) print value
+#     $1 = array of 2 = {1, "two"}
+#     (gdb) print oxu::CLog::m_pInstance._M_b._M_p->m_ring
+#     $2 = ring of 1, capacity 128 = {{level = oxu::INFO, text = "waits"}}
+#
+# The second, the records that wait for the console, needs a library with debug information and a frame in C++.
+#
+# What is printed may be uninitialised, freed or overwritten. So nothing here raises, and each loop ends: at a count,
+# at memory that cannot be read, or at a node seen before. gdb itself takes no more children than its limits allow.
+#
+# Strings, vectors and maps of libstdc++ are read by their layout, which its ABI fixes: clang leaves a part of their
+# types out of the debug information, where the library's own printers fail. Those of another layout are left alone.
 
-gdb loads this file by itself together with the library (see CMakeLists.txt beside it); otherwise: source FILE.
-Texts and the sections of an IniFile are shown by the printers that come with the standard library. A printer meets
-values that are not initialised or overwritten: it shows what it can read, and ends.
-"""
-
-import itertools
+import re
 
 import gdb
 import gdb.printing
+import gdb.types
 
-# More than anyone reads; what stands in an overwritten container can be endless.
-MOST_CHILDREN = 100000
+WORD = 8  # Json.cpp builds for no other size of an address
+STRING_SIZE = 4 * WORD
+DEEPEST_TREE = 2 * 64
+LONGEST_TEXT = 1 << 31
 RING_MAGIC = 20231020
 
 
-def name_of(enumerator):
-    """An enumerator without its scope; the number, where there is none of that value."""
-    return str(enumerator).rsplit("::", 1)[-1]
+class Corrupt(Exception):
+    """What cannot be a value of the type, in words for the user."""
 
 
-def guarded(children):
-    """The children as far as they can be read."""
+def at(address, kind):
+    """The value, read now: where gdb reads it later and cannot, its whole command fails."""
+    value = gdb.Value(address).cast(kind.pointer()).dereference()
+    value.fetch_lazy()
+    return value
+
+
+def memory(address, size):
+    return bytes(gdb.selected_inferior().read_memory(address, size))
+
+
+def word(base, offset, path=""):
+    """The word in a container, which is an address or a value. One that a function returned has no address, and
+    is read by the names of its members."""
+    if not isinstance(base, int):
+        if base.address is None:
+            for name in path.split("."):
+                base = base[name]
+            return int(base)
+        base = int(base.address)
+    return int(at(base + offset, gdb.lookup_type("unsigned long")))
+
+
+def lazy_text(start, size):
+    return gdb.Value(start).cast(gdb.lookup_type("char").pointer()).lazy_string(length=size)
+
+
+def text(string):
+    """A std::string, which gdb cuts at its limit. The NUL behind the text tells a string from most other things."""
     try:
-        for name, child in itertools.islice(children, MOST_CHILDREN):
-            child.fetch_lazy()
-            yield name, child
-    except Exception:  # whatever it is, a printer that raises shows less
-        return
+        start = word(string, 0, "_M_dataplus._M_p")
+        size = word(string, WORD, "_M_string_length")
+        if size < LONGEST_TEXT and memory(start + size, 1) == b"\0":
+            return lazy_text(start, size)
+    except Exception:
+        pass
+    return "<no string>"
 
 
-def next_node(node):
-    """The successor in a map's tree; a tree that is deeper than memory allows is none."""
-    steps = range(128)
-    if int(node["_M_right"]) != 0:
-        node = node["_M_right"]
-        for _ in steps:
-            if int(node["_M_left"]) == 0:
-                return node
-            node = node["_M_left"]
-    else:
-        parent = node["_M_parent"]
-        for _ in steps:
-            if int(node) != int(parent["_M_right"]):
-                return parent
-            node, parent = parent, parent["_M_parent"]
-    raise ValueError("no tree")
+def map_size(tree):
+    return word(tree, 5 * WORD, "_M_t._M_impl._M_node_count")
 
 
-def map_children(container):
-    """Keys and values by turns. Walks the nodes by itself: their type is known only where the map is filled, and the
-    library may have no debugging information."""
-    tree = container["_M_t"]["_M_impl"]
-    header = tree["_M_header"]
-    key_type, value_type = (container.type.strip_typedefs().template_argument(i) for i in (0, 1))
-    node = header["_M_left"]
-    for index in range(int(tree["_M_node_count"])):
-        if index != 0:
-            node = next_node(node)
-        at = int(node) + header.type.sizeof
-        yield "[%d]" % (2 * index), gdb.Value(at).cast(key_type.pointer()).dereference()
-        at = -(-(at + key_type.sizeof) // value_type.alignof) * value_type.alignof
-        yield "[%d]" % (2 * index + 1), gdb.Value(at).cast(value_type.pointer()).dereference()
+def map_nodes(tree):
+    """The nodes of a std::map in the order of their keys, without trust in its shape."""
+    node = word(tree, 2 * WORD, "_M_t._M_impl._M_header._M_parent")
+    seen, path = set(), []
+    for found in range(map_size(tree)):
+        while node:
+            if node in seen or len(path) > DEEPEST_TREE:
+                raise Corrupt("no tree")
+            seen.add(node)
+            path.append(node)
+            node = word(node, 2 * WORD)
+        if not path:
+            raise Corrupt("no more than %d" % found)
+        here = path.pop()
+        yield here
+        node = word(here, 3 * WORD)
 
 
-def array_children(container):
-    vector = container["_M_impl"]
-    for index in range(int(vector["_M_finish"] - vector["_M_start"])):
-        yield "[%d]" % index, vector["_M_start"][index]
+def map_entries(tree):
+    """The key and the address of the value, for maps whose key is a std::string."""
+    for node in map_nodes(tree):
+        key = node + 4 * WORD
+        yield text(key), key + STRING_SIZE
 
 
-class Scalar:
-    """A value that is shown as text, or as another value."""
+def map_children(tree, kind):
+    for number, (key, value) in enumerate(map_entries(tree)):
+        yield "[%d]" % (2 * number), key
+        yield "[%d]" % (2 * number + 1), at(value, kind)
 
-    def __init__(self, show):
-        self._show = show
+
+class Printer:
+    """Turns whatever goes wrong in summary or items into text. The items of a map come in pairs, the error too."""
+
+    hint = None
+
+    def __init__(self, value):
+        self.value = value
+        if value.type.strip_typedefs().code in (gdb.TYPE_CODE_REF, gdb.TYPE_CODE_RVALUE_REF):
+            self.value = value.referenced_value()
+
+    def display_hint(self):
+        return self.hint
 
     def to_string(self):
         try:
-            return self._show()
-        except Exception as error:  # whatever it is, a printer that raises shows less
-            return "<cannot be read: %s>" % error
-
-
-class Container(Scalar):
-    """A value with children, in a standard container."""
-
-    def __init__(self, title, children, hint):
-        super().__init__(lambda: title)
-        self._children = children
-        self._hint = hint
+            return self.summary()
+        except Exception as error:
+            return "<%s>" % error
 
     def children(self):
-        return guarded(self._children)
+        try:
+            yield from self.items()
+        except Exception as error:
+            if self.display_hint() == "map":
+                yield "[error]", "error"
+            yield "[what]", "<%s>" % error
+
+    def summary(self):
+        return None
+
+    def items(self):
+        return iter(())
+
+
+class JsonPrinter(Printer):
+    HINTS = {5: "array", 6: "map"}
+
+    def kind(self):
+        return int(self.value["m_type"])
 
     def display_hint(self):
-        return self._hint
-
-
-def json_printer(value):
-    kind = name_of(value["m_type"])
-    scalars = {"Bool": "m_bool", "Int": "m_int", "Double": "m_double", "String": "m_string"}
-    if kind == "Array":
-        return Container("Array", array_children(value["m_array"]), "array")
-    if kind == "Object":
-        return Container("Object", map_children(value["m_object"]), "map")
-    if kind in scalars:
-        return Scalar(lambda: value[scalars[kind]])
-    return Scalar(lambda: "Null" if kind == "Null" else "<no Json: kind %s>" % kind)
-
-
-def ini_file_printer(value):
-    return Container("IniFile", map_children(value["m_sections"]), "map")
-
-
-def option_printer(value):
-    return Container("Option", map_children(value["m_options"]), "map")
-
-
-def option_property_printer(value):
-    return Scalar(lambda: "%s %s" % (name_of(value["type"]), value["value"].format_string()))
-
-
-def log_item_printer(value):
-    def show():
-        text = value["text"].address.cast(gdb.lookup_type("char").pointer())
-        return "%s %s" % (name_of(value["level"]), text.format_string(address=False))
-
-    return Scalar(show)
-
-
-class Ring(Scalar):
-    """The records that wait, oldest first."""
-
-    def __init__(self, value):
-        super().__init__(self._title)
-        self._value = value
-
-    def _indices(self):
-        """Slots, first and last index of what waits; None for a ring that cannot be one."""
-        header = self._value["m_header"]
-        if int(header) == 0:
+        try:
+            return self.HINTS.get(self.kind())
+        except Exception:
             return None
-        capacity, first, last = (int(header[name]) for name in ("capacity", "readIndex", "commitIndex"))
-        is_sound = int(header["magic"]) == RING_MAGIC and capacity > 1 and capacity & (capacity - 1) == 0
-        return (capacity, first, last) if is_sound and 0 <= last - first < capacity else None
 
-    def _title(self):
-        if int(self._value["m_header"]) == 0:
+    def summary(self):
+        kind = self.kind()
+        if not 0 <= kind <= 6:
+            raise Corrupt("no Json, its type is %d" % kind)
+        summaries = (lambda: "null", lambda: self.value["m_bool"], lambda: self.value["m_int"],
+                     lambda: self.value["m_double"], lambda: text(self.value["m_string"]),
+                     lambda: "array of %d" % len(self.elements()),
+                     lambda: "object of %d" % map_size(self.value["m_object"]))
+        return summaries[kind]()
+
+    def elements(self):
+        """The addresses of the elements."""
+        array = self.value["m_array"]
+        start, finish, limit = (
+            word(array, index * WORD, "_M_impl." + name)
+            for index, name in enumerate(("_M_start", "_M_finish", "_M_end_of_storage")))
+        size = self.value.type.sizeof
+        if not start <= finish <= limit or (finish - start) % size or start % WORD:
+            raise Corrupt("no array")
+        return range(start, finish, size)
+
+    def items(self):
+        if self.kind() == 5:
+            yield from self.array_items()
+        elif self.kind() == 6:
+            yield from map_children(self.value["m_object"], self.value.type.unqualified())
+
+    def array_items(self):
+        kind = self.value.type.unqualified()
+        for number, address in enumerate(self.elements()):
+            yield "[%d]" % number, at(address, kind)
+
+
+class SectionPrinter(Printer):
+    """The keys of a section. Its value is an array of as many bytes as the map has, so that no printer of maps takes
+    it; what makes it a section is that an IniFile said so since the program ran last."""
+
+    hint = "map"
+    addresses = set()
+
+    def items(self):
+        for number, (key, value) in enumerate(map_entries(int(self.value.address))):
+            yield "[%d]" % (2 * number), key
+            yield "[%d]" % (2 * number + 1), text(value)
+
+    def summary(self):
+        return "no keys" if map_size(int(self.value.address)) == 0 else None
+
+    @classmethod
+    def recognises(cls, value):
+        return value.type.code == gdb.TYPE_CODE_ARRAY and value.address is not None and \
+            int(value.address) in cls.addresses
+
+
+class IniFilePrinter(Printer):
+    hint = "map"
+
+    def summary(self):
+        return "IniFile of %d" % map_size(self.value["m_sections"])
+
+    def items(self):
+        kind = gdb.lookup_type("unsigned char").array(6 * WORD - 1)
+        for name, section in map_children(self.value["m_sections"], kind):
+            if isinstance(section, gdb.Value):
+                SectionPrinter.addresses.add(int(section.address))
+            yield name, section
+
+
+class OptionPrinter(Printer):
+    hint = "map"
+
+    def summary(self):
+        return "Option of %d" % map_size(self.value["m_options"])
+
+    def items(self):
+        options = self.value["m_options"]
+        return map_children(options, options.type.strip_typedefs().template_argument(1))
+
+
+class OptionPropertyPrinter(Printer):
+    def items(self):
+        yield "type", self.value["type"]
+        yield "value", text(self.value["value"])
+
+
+class RingPrinter(Printer):
+    hint = "array"
+
+    def waiting(self):
+        """The slots whose records wait, after a check of the header."""
+        header = self.value["m_header"].dereference()
+        capacity, reserved, read, committed = (
+            int(header[name]) for name in ("capacity", "reserveIndex", "readIndex", "commitIndex"))
+        if int(header["magic"]) != RING_MAGIC or capacity & (capacity - 1) or not (
+                read <= committed <= reserved < read + capacity):
+            raise Corrupt("no ring")
+        return range(read, committed), reserved - committed, capacity
+
+    def summary(self):
+        if int(self.value["m_header"]) == 0:
             return "ring without storage"
-        indices = self._indices()
-        if indices is None:
-            return "<no ring: its header is overwritten>"
-        capacity, first, last = indices
-        return "ring of %d slots, %d waiting" % (capacity, last - first)
+        slots, unfinished, capacity = self.waiting()
+        being_written = ", %d being written" % unfinished if unfinished else ""
+        return "ring of %d, capacity %d%s" % (len(slots), capacity, being_written)
 
-    def _records(self):
-        indices = self._indices()
-        if indices is None:
+    def items(self):
+        if int(self.value["m_header"]) == 0:
             return
-        capacity, first, last = indices
-        for index in range(first, last):
-            yield "[%d]" % index, self._value["m_items"][index % capacity]
-
-    def children(self):
-        return guarded(self._records())
+        slots, _, capacity = self.waiting()
+        start, kind = int(self.value["m_items"]), self.value.type.template_argument(0)
+        for slot in slots:
+            yield "[%d]" % (slot - slots.start), at(start + (slot & (capacity - 1)) * kind.sizeof, kind)
 
 
-def build():
-    printers = gdb.printing.RegexpCollectionPrettyPrinter("oxutool")
-    for name, pattern, make in (
-        ("Json", r"^oxu::json::Json$", json_printer),
-        ("IniFile", r"^IniFile$", ini_file_printer),
-        ("Option", r"^Option$", option_printer),
-        ("OptionProperty", r"^Option::OptionProperty$", option_property_printer),
-        ("LogItem", r"^oxu::LogItem$", log_item_printer),
-        ("CRingBuffer", r"^CRingBuffer<.*>$", Ring),
-    ):
-        printers.add_printer(name, pattern, make)
-    return printers
+class LogItemPrinter(Printer):
+    """The bytes behind the text are never written, so it ends at the first NUL."""
+
+    def items(self):
+        yield "level", self.value["level"]
+        message = self.value["text"]
+        if message.address is None:
+            yield "text", message
+            return
+        start, size = int(message.address), message.type.sizeof
+        end = memory(start, size).find(b"\0")
+        yield "text", lazy_text(start, size if end < 0 else end)
 
 
-gdb.printing.register_pretty_printer(gdb.current_objfile(), build(), replace=True)
+class Printers(gdb.printing.RegexpCollectionPrettyPrinter):
+    """Finds the printer by the type's name. Values whose containers are not those of libstdc++ have none."""
+
+    CONTAINERS = {"oxu::json::Json": "m_string", "IniFile": "m_sections", "Option": "m_options",
+                  "Option::OptionProperty": "value"}
+
+    def __call__(self, value):
+        try:
+            if SectionPrinter.recognises(value):
+                return SectionPrinter(value)
+            kind = gdb.types.get_basic_type(value.type)
+            container = self.CONTAINERS.get(kind.tag)
+            if container and "__cxx11::" not in str(kind[container].type.strip_typedefs()):
+                return None
+            return super().__call__(value)
+        except Exception:
+            return None
+
+
+def register():
+    printers = Printers("libOxuTool")
+    for name, printer in (("oxu::json::Json", JsonPrinter), ("IniFile", IniFilePrinter), ("Option", OptionPrinter),
+                          ("Option::OptionProperty", OptionPropertyPrinter), ("CRingBuffer<.*>", RingPrinter),
+                          ("oxu::LogItem", LogItemPrinter)):
+        printers.add_printer(re.sub(r"\W+", "_", name), "^%s$" % name, printer)
+    gdb.printing.register_pretty_printer(gdb.current_objfile(), printers, replace=True)
+    # What a section is when the program runs on may be anything else.
+    gdb.events.cont.connect(lambda _: SectionPrinter.addresses.clear())
+
+
+register()

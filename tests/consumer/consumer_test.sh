@@ -53,12 +53,21 @@ compile_with_pkg_config() {
   "$work/by_hand" && "$work/by_hand_c"
 }
 
+# gdb finds the printers beside the library, once its user trusts the folder.
+gdb_finds_printers() {
+  command -v gdb >/dev/null || return 0
+  HOME=$work gdb -nx -batch -iex "add-auto-load-safe-path $1" -ex "file $(readlink -f "$1"/lib*/libOxuTool.so)" \
+    -ex 'info pretty-printer' </dev/null >"$work/printers" 2>&1
+  grep -q CRingBuffer "$work/printers"
+}
+
 installed() {
   install_library "$work/first"
   mv "$work/first" "$work/moved"
   copy_consumers "$work/moved/include"
   build_consumers -DCMAKE_PREFIX_PATH="$work/moved"
   compile_with_pkg_config "$work/moved"
+  gdb_finds_printers "$work/moved"
 }
 
 static() {

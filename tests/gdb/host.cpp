@@ -1,32 +1,38 @@
-// What gdb is to show: at stop(), in the frame above.
+// Values for gdb to print, once it has stopped in look.
 #include "log/LogItem.h"
 #include "log/RingBuffer.h"
 #include "oxu/IniFile.h"
 #include "oxu/Json.h"
 #include "oxu/Option.h"
 
-[[gnu::noinline]] void stop() { asm volatile(""); }
+namespace {
+
+void look() {}
+
+void fill(oxu::json::Json& json, oxu::json::Json& list, IniFile& ini, Option& option) {
+  json["bool"] = true;
+  json["double"] = 1.5;
+  json["list"][2] = "a \"text\" beyond the string's own room";
+  json["object"]["null"] = oxu::json::Json::Null;
+  for (int i = 0; i < 300; ++i) list[i] = i;
+  ini["web"]["port"] = "80";
+  ini["empty"];
+  option.addOption("port", Option::RequiredValue, "");
+  char name[] = "host", value[] = "--port=80";
+  char* arguments[] = {name, value};
+  option.parse(2, arguments);
+}
+
+}  // namespace
 
 int main() {
-  oxu::json::Json json;
-  json["list"][1] = 2.5;
-  json["text"] = "value";
-  json["yes"] = true;
+  oxu::json::Json json, list;
   IniFile ini;
-  ini["net"]["port"] = "80";
-  Option options;
-  options.addOption("port", Option::RequiredValue, "the port");
-  char program[] = "host", argument[] = "--port=81";
-  char* arguments[] = {program, argument};
-  options.parse(2, arguments);
-  CRingBuffer<oxu::LogItem> ring(8);
-  for (const char* text : {"taken", "first", "second"}) {
-    oxu::LogItem item;
-    std::snprintf(item.text, sizeof item.text, "%s", text);
-    ring.push(item);
-  }
-  oxu::LogItem taken;
-  ring.pop(taken);
-  stop();
-  return json.size() == 3 ? 0 : 1;
+  Option option;
+  fill(json, list, ini, option);
+  CRingBuffer<oxu::LogItem> ring(4);
+  oxu::LogItem item;
+  std::memcpy(item.text, "text", sizeof "text");
+  while (ring.push(item)) item.level = oxu::ERROR;
+  look();
 }
