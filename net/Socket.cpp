@@ -44,6 +44,16 @@ int retried(const Call& call) {
   return result;
 }
 
+// Gets an address by one of the two calls for it.
+template <typename Get>
+bool readName(const Get& get, int fd, RT_MODE mode, std::string& ip, unsigned short& port) {
+  sockaddr_in address = makeAddress("", 0);
+  socklen_t length = sizeof address;
+  if (get(fd, &address, &length, mode) == -1) return false;
+  readAddress(address, ip, port);
+  return true;
+}
+
 // Closes a handle that nobody took.
 bool discard(int fd, RT_MODE mode) {
   if (fd != -1) os_socket_close(fd, mode);
@@ -166,19 +176,11 @@ int CSocket::receiveFrom(void* data, int length, std::string& ip, unsigned short
 }
 
 bool CSocket::getPeerName(std::string& ip, unsigned short& port) {
-  sockaddr_in address = makeAddress("", 0);
-  socklen_t length = sizeof address;
-  if (os_socket_get_peer_name(m_fd, &address, &length, m_mode) == -1) return false;
-  readAddress(address, ip, port);
-  return true;
+  return readName(os_socket_get_peer_name, m_fd, m_mode, ip, port);
 }
 
 bool CSocket::getSockName(std::string& ip, unsigned short& port) {
-  sockaddr_in address = makeAddress("", 0);
-  socklen_t length = sizeof address;
-  if (os_socket_get_sock_name(m_fd, &address, &length, m_mode) == -1) return false;
-  readAddress(address, ip, port);
-  return true;
+  return readName(os_socket_get_sock_name, m_fd, m_mode, ip, port);
 }
 
 bool CSocket::getSockopt(int level, int name, void* value, unsigned int* length) {
