@@ -30,6 +30,7 @@ expect() {
 
 # start_collector PORT: listens, and sets collector_pid and port.
 start_collector() {
+  rm -f "$work/collector"
   "$collector" --listen "$ip:$1" >"$work/collector" 2>"$work/collector.err" &
   collector_pid=$!
   expect "start" "$work/collector" "listening on $ip:"

@@ -12,8 +12,8 @@ namespace supervisor {
 
 namespace {
 
-constexpr unsigned long kPipeBytes = 262144;
 const std::string kWakeUp = "Stop Process!\n";
+const std::string kMark = "[supervisor: all that the command wrote stands before this]";
 
 // A command has no terminal to read from. With its output opened anew, blocking, it waits for its reader where it
 // would lose what the reader is too slow for. Neither can stand in front of commands that sudo runs one by one.
@@ -54,7 +54,6 @@ void Job::finish(Clock::time_point quitTime) {
   m_ran += quitTime - m_started;
   endGroup();
   waitForRestOfOutput();
-  m_ending = true;
   m_process.reset();
   removeWakeUp(m_last_words);
   if (!m_last_words.empty()) pass(std::exchange(m_last_words, {}));
@@ -70,29 +69,38 @@ void Job::endGroup() const {
   ::waitpid(m_pid, nullptr, 0);
 }
 
-// The process has gone, but what it wrote last may still be in the pipe. All of that has been delivered when
-// nothing comes for a while. Something that has left the group may go on writing: then more has come than a pipe
-// holds, or the time is up.
-void Job::waitForRestOfOutput() const {
-  constexpr std::chrono::milliseconds kQuiet(40);
+// What the process wrote last may still be in the pipe. Another shell writes a mark behind it, and waits for room
+// where the pipe is full: all that was in front of the mark has been delivered when the mark has.
+void Job::waitForRestOfOutput() {
   constexpr std::chrono::seconds kLongest(2);
-  const unsigned long enough = m_bytes + kPipeBytes + m_config.buffer;
-  const Clock::time_point deadline = Clock::now() + kLongest;
-  unsigned long before = 0;
-  do {
-    before = m_bytes;
-    std::this_thread::sleep_for(kQuiet);
-  } while (m_capturing || (before != m_bytes && m_bytes < enough && Clock::now() < deadline));
+  m_has_mark = false;
+  m_ending = true;
+  const int shell = m_process->addProcess("", "", "exec >/dev/stdout; printf %s '" + kMark + "'", "", false);
+  if (shell == -1) return;
+  Clock::time_point deadline = Clock::now() + kLongest;
+  while (!m_has_mark && Clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    // What waits for the console has all the time that it needs.
+    if (m_capturing) deadline = Clock::now() + kLongest;
+  }
+  ::kill(-shell, SIGKILL);
+  ::waitpid(shell, nullptr, 0);
 }
 
 void Job::capture(const std::string& chunk) {
-  if (m_ending) {
-    m_last_words += chunk;
-    return;
-  }
+  if (m_ending) return captureLastWords(chunk);
   m_capturing = true;
   pass(chunk);
   m_capturing = false;
+}
+
+void Job::captureLastWords(const std::string& chunk) {
+  const std::size_t unsearched = m_last_words.size() - std::min(m_last_words.size(), kMark.size());
+  m_last_words += chunk;
+  const std::size_t at = m_has_mark ? std::string::npos : m_last_words.find(kMark, unsearched);
+  if (at == std::string::npos) return;
+  m_last_words.erase(at, kMark.size());
+  m_has_mark = true;
 }
 
 void Job::pass(const std::string& text) {

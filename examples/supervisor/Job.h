@@ -47,9 +47,10 @@ class Job {
 
  private:
   void capture(const std::string& chunk);
+  void captureLastWords(const std::string& chunk);
   void pass(const std::string& text);
   void endGroup() const;
-  void waitForRestOfOutput() const;
+  void waitForRestOfOutput();
 
   JobConfig m_config;
   Forwarder& m_forwarder;
@@ -57,6 +58,7 @@ class Job {
   std::unique_ptr<oxu::StartProcess> m_process;
   std::atomic<bool> m_ending{false};
   std::atomic<bool> m_capturing{false};
+  std::atomic<bool> m_has_mark{false};
   std::string m_last_words;  // what came once the end had begun
   std::atomic<unsigned long> m_bytes{0};
   int m_pid = -1;
