@@ -19,6 +19,7 @@ int notSent(int result) {
 
 }  // namespace
 
+// The only place where a handle is made: after close, or a failed connection, a new client is needed.
 LogServiceClient::LogServiceClient() : m_socket(*new CSocket) {
   if (m_socket.initSocket(SOCK_STREAM, "", 0, 0)) return;
   printStatus(stderr, "[LogServiceClient]Socket initialization failed. ret = %d\n", os_socket_get_errno_code());
@@ -26,6 +27,8 @@ LogServiceClient::LogServiceClient() : m_socket(*new CSocket) {
 
 LogServiceClient::~LogServiceClient() { m_socket.releaseRef(); }
 
+// Success of the socket's call only means that the attempt is under way; the handle can be written to once it has
+// succeeded. One that takes too long is not cancelled, it ends with the handle.
 int LogServiceClient::connect(const std::string& ip, int port) {
   if (!m_socket.connect(ip, static_cast<unsigned short>(port))) {
     const int error = os_socket_get_errno_code();
@@ -38,6 +41,9 @@ int LogServiceClient::connect(const std::string& ip, int port) {
   return kNotConnected;
 }
 
+// The system takes as much as the peer has left room for. So each piece waits for room again, and a peer that takes
+// nothing for a whole wait ends the send. A reset link counts as writable: it is asked for by itself, before the
+// piece, which would only fail without saying why.
 int LogServiceClient::send(const char* data, unsigned long length) {
   if (length > INT_MAX) return notSent(-1);
   const int size = static_cast<int>(length);

@@ -49,6 +49,7 @@ void LogService::startServer(const std::string& ip, short port) {
     m_socket.close();
     return;
   }
+  // From the listening on, the system completes connections and queues them, whether or not the thread has come up.
   printStatus(stderr, "[LogServiceServer]system socket(%s:%d) init success!\n", ip.c_str(), port);
   m_socket.listen(kBacklog);
   if (!os_thread_create(&m_thread, runMainThread, this, 0, 0)) {
@@ -57,13 +58,13 @@ void LogService::startServer(const std::string& ip, short port) {
   }
 }
 
+// In this order: without the accept thread no client thread can appear, and without those nobody uses the sockets.
 void LogService::stopServer() {
   m_stop = true;
   if (m_thread != 0) {
     os_thread_join(m_thread, nullptr);
     m_thread = 0;
   }
-  // The accept thread has ended: nobody adds to the list any more.
   for (unsigned long& thread : m_clientThreads) {
     if (thread != 0) os_thread_join(thread, nullptr);
     thread = 0;
@@ -88,6 +89,8 @@ void* LogService::runMainThread(void* self) {
   return nullptr;
 }
 
+// Waits with a limit, as every thread here does, so as to see the flag. A failed accept is tried again at once: it has
+// paused by itself where it would fail for the same reason again.
 void LogService::mainThread() {
   while (!m_stop) {
     if (!os_socket_readable(m_socket.handle(), kReadinessWaitMs, nullptr, m_socket.mode()) || acceptClient())
@@ -109,7 +112,8 @@ bool LogService::acceptClient() try {
   return true;
 }
 
-// Where it fails, the caller's pointer is the last, and the connection is closed.
+// Where it fails, the caller's pointer is the last, and the connection is closed. The entry comes first: a thread that
+// runs must not be lost for lack of memory to remember it.
 void LogService::startClientThread(const std::shared_ptr<CSocket>& client) {
   std::unique_ptr<ClientThread> argument(new ClientThread{this, client});
   m_clientThreads.push_back(0);

@@ -71,6 +71,7 @@ bool ISocketStub::queryInterface(const char* name, void** out) {
 
 std::uint64_t ISocketStub::addRef() { return os_thread_sync_fetch_add(&m_refCount); }
 
+// Whoever takes the count to 0 is the only one left who knows the object.
 std::uint64_t ISocketStub::releaseRef() {
   const std::uint64_t references = os_thread_sync_fetch_sub(&m_refCount);
   if (references == 0) {
@@ -90,6 +91,7 @@ void CSocket::onSocketAttach() {}
 
 void CSocket::onSocketDetach() {}
 
+// What cannot be set is left: a handle that does not work shows it in every operation.
 bool CSocket::attach(int fd, RT_MODE mode) {
   if (m_fd != -1 || fd == -1) return false;
   m_fd = fd;
@@ -108,6 +110,7 @@ bool CSocket::attach(int fd, RT_MODE mode) {
 }
 
 int CSocket::dettach() {
+  // While the handle can still be asked for.
   onSocketDetach();
   const int fd = m_fd;
   m_fd = -1;
@@ -143,6 +146,7 @@ bool CSocket::connect(const std::string& ip, unsigned short port) {
   return error == EINPROGRESS || error == EAGAIN;
 }
 
+// An accept that failed gives -1, which no socket attaches.
 bool CSocket::accept(ISocket*& client, std::string& ip, unsigned short& port, RT_MODE mode) {
   if (client == nullptr) return false;
   sockaddr_in address = makeAddress("", 0);

@@ -4,6 +4,7 @@
 
 #include "os/os_signal.h"
 
+// Flushed line by line, so that what goes to standard output and what goes to standard error stay in their order.
 void printStatus(std::FILE* stream, const char* format, ...) {
   const os_signal_pipe_guard noSigpipe;
   va_list arguments;

@@ -175,6 +175,7 @@ bool os_socket_set_recv_timeout(int fd, int milliseconds, RT_MODE mode) {
   return setTimeout(fd, SO_RCVTIMEO, milliseconds, mode);
 }
 
+// Off is how a handle begins; one that is attached may come from elsewhere.
 bool os_socket_disable_udp_unreached_report(int fd) {
   const int off = 0;
   return os_socket_set_sock_opt(fd, IPPROTO_IP, IP_RECVERR, &off, sizeof off, 0);

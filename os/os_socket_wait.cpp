@@ -85,6 +85,8 @@ bool os_socket_writable(int fd, int timeoutMs, int* result, RT_MODE /*mode*/) {
   return answer(isReady, events, result);
 }
 
+// A pending error stands until the unread bytes in front of it have been taken. Once it has been collected, the link
+// looks like one that was closed in order: the next read gives its end, the next write fails.
 bool os_socket_is_link_broken(int fd, RT_MODE /*mode*/) {
   const int events = pollOne(fd, POLLIN, 0);
   return (events & POLLNVAL) != 0 || ((events & POLLERR) != 0 && !hasUnreadBytes(fd));
