@@ -1,5 +1,9 @@
-# cpack: an archive of everything, and the two Debian packages, which the preset `package` configures for /usr.
-set(CPACK_GENERATOR TGZ DEB)
+# cpack: an archive of everything, and, in a build for /usr such as that of the preset `package`, the two Debian
+# packages: only there is the library's folder theirs.
+set(CPACK_GENERATOR TGZ)
+if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+  list(APPEND CPACK_GENERATOR DEB)
+endif()
 set(CPACK_PACKAGE_NAME libOxuTool)
 set(CPACK_PACKAGE_VENDOR "the libOxuTool authors")
 set(CPACK_PACKAGE_CONTACT "the libOxuTool authors <maintainers@liboxutool.invalid>")
@@ -30,7 +34,7 @@ set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "This package holds the shared library."
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "This package holds the headers, what CMake and pkg-config need, and the
 manual pages.")
 
-# What each package of a system has in a folder of its own.
+# What each package of a system has in a folder of its own. It is no part of an installation by hand or of the archive.
 if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
   find_program(OXU_GZIP gzip REQUIRED)
   string(TIMESTAMP oxu_date "%a, %d %b %Y %H:%M:%S +0000" UTC)
@@ -39,10 +43,10 @@ if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
     COMMAND_ERROR_IS_FATAL ANY)
   foreach(package component IN ZIP_LISTS oxu_packages CPACK_COMPONENTS_ALL)
     install(FILES ${PROJECT_BINARY_DIR}/changelog.Debian.gz cmake/copyright
-      DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package} COMPONENT ${component})
+      DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package} COMPONENT ${component} EXCLUDE_FROM_ALL)
   endforeach()
   install(FILES cmake/lintian-overrides DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides
-    RENAME ${oxu_runtime_package} COMPONENT runtime)
+    RENAME ${oxu_runtime_package} COMPONENT runtime EXCLUDE_FROM_ALL)
 endif()
 
 include(CPack)
