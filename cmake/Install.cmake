@@ -7,12 +7,8 @@ install(TARGETS OxuTool EXPORT OxuToolTargets
 install(DIRECTORY include/oxu DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development
   FILES_MATCHING PATTERN "*.h")
 
-# A host that links the static library needs what the shared one brings along by itself. A C host has to name the C++
-# library too; which it is, the compiler knows.
+# A host that links the static library needs what the shared one brings along by itself, a C host too.
 get_target_property(oxu_library_type OxuTool TYPE)
-set(oxu_cxx_libraries ${CMAKE_CXX_IMPLICIT_LINK_LIBRARIES})
-list(FILTER oxu_cxx_libraries INCLUDE REGEX "^((std)?c\\+\\+|m)$")
-list(REMOVE_DUPLICATES oxu_cxx_libraries)
 set(oxu_pc_static_libs "")
 if(oxu_library_type STREQUAL "STATIC_LIBRARY")
   list(JOIN oxu_cxx_libraries " -l" oxu_pc_static_libs)

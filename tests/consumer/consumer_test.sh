@@ -92,6 +92,8 @@ static() {
 subdirectory() {
   copy_consumers "$source/include"
   build_consumers both -DSOURCE="$source" -DCMAKE_BUILD_TYPE=Debug
+  # A project in C alone knows no level of C++, which CMake reports before anything is built.
+  configure -S "$work/consumer" -B "$work/c" -DSOURCE="$source" -DCAPI="$source/examples/capi.c" -DC_ALONE=ON
   # A host project that installs itself does not install the library, and has none of its tests and examples.
   cmake --install "$work/both" --prefix "$work/none" >/dev/null
   [[ ! -e $work/none ]] && ! find "$work/both" -name '*supervisor*' -o -name oxutool_tests | grep .
