@@ -108,7 +108,8 @@ def map_children(tree, kind):
 
 
 class Printer:
-    """Turns whatever goes wrong in summary or items into text. The items of a map come in pairs, the error too."""
+    """Turns whatever goes wrong in summary or items into text. The items of a map come in pairs, and so the text is
+    the value of the key before it, or has a key of its own."""
 
     hint = None
 
@@ -127,10 +128,12 @@ class Printer:
             return "<%s>" % error
 
     def children(self):
+        count = 0
         try:
-            yield from self.items()
+            for count, item in enumerate(self.items(), 1):
+                yield item
         except Exception as error:
-            if self.display_hint() == "map":
+            if self.display_hint() == "map" and count % 2 == 0:
                 yield "[error]", "error"
             yield "[what]", "<%s>" % error
 
@@ -142,7 +145,10 @@ class Printer:
 
 
 class JsonPrinter(Printer):
+    """A value never holds itself. A damaged one may, and twice on each level, which no limit of gdb's ends in time."""
+
     HINTS = {5: "array", 6: "map"}
+    holders = {}  # by the addresses of what was printed: what holds it, in the same command
 
     def kind(self):
         return int(self.value["m_type"])
@@ -175,10 +181,23 @@ class JsonPrinter(Printer):
         return range(start, finish, size)
 
     def items(self):
-        if self.kind() == 5:
-            yield from self.array_items()
-        elif self.kind() == 6:
-            yield from map_children(self.value["m_object"], self.value.type.unqualified())
+        children = {5: self.array_items, 6: self.object_items}.get(self.kind())
+        for name, child in children() if children else ():
+            if isinstance(child, gdb.Value):
+                self.hold(int(child.address))
+            yield name, child
+
+    def hold(self, child):
+        """Notes who holds the child, unless the child is one of those above: so the way up has an end."""
+        holder = above = 0 if self.value.address is None else int(self.value.address)
+        while above:
+            if above == child:
+                raise Corrupt("it holds itself")
+            above = self.holders.get(above, 0)
+        self.holders[child] = holder
+
+    def object_items(self):
+        return map_children(self.value["m_object"], self.value.type.unqualified())
 
     def array_items(self):
         kind = self.value.type.unqualified()
@@ -300,6 +319,12 @@ class Printers(gdb.printing.RegexpCollectionPrettyPrinter):
             return None
 
 
+def forget():
+    """What is at an address when the program runs on may be anything else."""
+    SectionPrinter.addresses.clear()
+    JsonPrinter.holders.clear()
+
+
 def register():
     printers = Printers("libOxuTool")
     for name, printer in (("oxu::json::Json", JsonPrinter), ("IniFile", IniFilePrinter), ("Option", OptionPrinter),
@@ -307,8 +332,8 @@ def register():
                           ("oxu::LogItem", LogItemPrinter)):
         printers.add_printer(re.sub(r"\W+", "_", name), "^%s$" % name, printer)
     gdb.printing.register_pretty_printer(gdb.current_objfile(), printers, replace=True)
-    # What a section is when the program runs on may be anything else.
-    gdb.events.cont.connect(lambda _: SectionPrinter.addresses.clear())
+    gdb.events.cont.connect(lambda _: forget())
+    gdb.events.before_prompt.connect(JsonPrinter.holders.clear)
 
 
 register()

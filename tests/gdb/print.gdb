@@ -28,10 +28,21 @@ print -elements unlimited -- list
 print -max-depth 1 -- json
 #= object of 4 = \{\["bool"\] = true, .* = \{\.\.\.\}.*\}
 
-# Damage: a kind that does not exist, an array that ends before it starts, a tree with a loop, an impossible index.
+# Damage: an object and an array in themselves, a kind that does not exist, an array that ends before it starts, a
+# tree with a loop, an impossible index.
+set variable $node = *(char**) ((char*) &json.m_object + 16)
+set variable *(oxu::json::Json*) ($node + 64) = json
+print json
+#= object of 4 = \{\["bool"\] = true, \["double"\] = object of 4 = \{\["bool"\] = true, \["double"\] = <it holds itself>\}, .*\}
 set variable json.m_type = 77
 print json
 #= <no Json, its type is 77>
+set variable $first = list.m_array._M_impl._M_start
+set variable $first->m_type = list.m_type
+set variable $first->m_array = list.m_array
+set variable $first[1] = $first[0]
+print -elements 3 -- list
+#= array of 300 = \{array of 300 = \{<it holds itself>\}, array of 300 = \{array of 300 = \{<it holds itself>\}, <it holds itself>\}, 2\.\.\.\}
 set variable list.m_array._M_impl._M_finish = 8
 print list
 #= <no array> = \{<no array>\}
