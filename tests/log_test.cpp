@@ -175,52 +175,41 @@ TEST(PushLog, PrintsEveryAcceptedRecordOnceWholeAndInItsProducersOrder) {
   EXPECT_EQ(printed, accepted);
 }
 
-// The body runs in a child whose standard output is a pipe.
-int statusWithPipe(const std::function<bool(int readEnd)>& body) {
-  return support::statusOfChild([&] {
-    int fds[2];
-    return ::pipe(fds) == 0 && ::dup2(fds[1], STDOUT_FILENO) != -1 && ::close(fds[1]) == 0 && body(fds[0]);
-  });
-}
-
 TEST(Logger, SurvivesAStandardOutputWhoseReaderHasGone) {
-  EXPECT_EQ(0, statusWithPipe([](int readEnd) {
-              ::close(readEnd);
-              install_log_task();
-              while (push_log(oxu::INFO, "nobody reads this")) std::this_thread::yield();
-              return support::eventually([] { return push_log(oxu::INFO, "nor this"); });
-            }));
+  EXPECT_TRUE(support::holdsWithPipe([](int readEnd) {
+    ::close(readEnd);
+    install_log_task();
+    while (push_log(oxu::INFO, "nobody reads this")) std::this_thread::yield();
+    return support::eventually([] { return push_log(oxu::INFO, "nor this"); });
+  }));
 }
 
 // Without SA_RESTART, a handler on the printing thread would cut a waiting write short; a console that does not
 // block would refuse lines.
 TEST(Logger, KeepsLinesWholeWhileSignalsArriveAndTheConsoleIsSlow) {
   for (const int flags : {0, O_NONBLOCK}) {
-    EXPECT_EQ(0, statusWithPipe([flags](int readEnd) {
-                ::fcntl(STDOUT_FILENO, F_SETFL, flags);
-                struct sigaction action {};
-                action.sa_handler = [](int) {};
-                ::sigaction(SIGALRM, &action, nullptr);
-                install_log_task();
-                // From now on only the logger's thread could take the signal.
-                sigset_t alarms;
-                sigemptyset(&alarms);
-                sigaddset(&alarms, SIGALRM);
-                ::pthread_sigmask(SIG_BLOCK, &alarms, nullptr);
-                const itimerval every{{0, 500}, {0, 500}};
-                ::setitimer(ITIMER_REAL, &every, nullptr);
-                const std::string text(1000, 't');
-                for (int i = 0; i < 100; ++i) push_log(oxu::TEST, "%s", text.c_str());
-                std::string received;
-                for (char buffer[1500]; received.size() < 100 * (text.size() + 42); ::usleep(1000)) {
-                  const ssize_t size = ::read(readEnd, buffer, sizeof buffer);
-                  if (size > 0) received.append(buffer, static_cast<std::size_t>(size));
-                }
-                int whole = 0;
-                for (std::size_t at = 0; (at = received.find(text + "\x1b[0m\n", at)) != std::string::npos; ++at)
-                  ++whole;
-                return whole == 100;
-              }));
+    EXPECT_TRUE(support::holdsWithPipe([flags](int readEnd) {
+      ::fcntl(STDOUT_FILENO, F_SETFL, flags);
+      struct sigaction action {};
+      action.sa_handler = [](int) {};
+      ::sigaction(SIGALRM, &action, nullptr);
+      install_log_task();
+      // From now on only the logger's thread could take the signal.
+      sigset_t alarms;
+      sigemptyset(&alarms);
+      sigaddset(&alarms, SIGALRM);
+      ::pthread_sigmask(SIG_BLOCK, &alarms, nullptr);
+      const itimerval every{{0, 500}, {0, 500}};
+      ::setitimer(ITIMER_REAL, &every, nullptr);
+      const std::string text(1000, 't');
+      for (int i = 0; i < 100; ++i) push_log(oxu::TEST, "%s", text.c_str());
+      std::string received;
+      for (char buffer[1500]; received.size() < 100 * (text.size() + 42); ::usleep(1000)) {
+        const ssize_t size = ::read(readEnd, buffer, sizeof buffer);
+        if (size > 0) received.append(buffer, static_cast<std::size_t>(size));
+      }
+      return support::countOf(text + "\x1b[0m\n", received) == 100;
+    }));
   }
 }
 

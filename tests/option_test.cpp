@@ -102,16 +102,15 @@ TEST(Option, ListsItsOptionsInByteOrderAndReportsWhatIsNotFound) {
 
 // A standard output whose reader has gone is a failed write, for the INI reader as well.
 TEST(Option, SurvivesAStandardOutputWhoseReaderHasGone) {
-  EXPECT_EQ(0, support::statusOfChild([] {
-              int fds[2];
-              std::setvbuf(stdout, nullptr, _IONBF, 0);
-              const bool ready = ::pipe(fds) == 0 && ::dup2(fds[1], STDOUT_FILENO) != -1 && ::close(fds[0]) == 0;
-              const Option option;
-              IniFile file;
-              errno = 0;
-              return ready && option.getString("none").empty() && errno == 0 && !file.load("/none/none") &&
-                     (option.printUsage(), file.show(), true);
-            }));
+  EXPECT_TRUE(support::holdsWithPipe([](int readEnd) {
+    std::setvbuf(stdout, nullptr, _IONBF, 0);
+    ::close(readEnd);
+    const Option option;
+    IniFile file;
+    errno = 0;
+    return option.getString("none").empty() && errno == 0 && !file.load("/none/none") &&
+           (option.printUsage(), file.show(), true);
+  }));
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 #include "os/os_sharememory.h"
+#include "os/os_socket_wait.h"
 #include "os/os_thread.h"
 #include "tests/support/Test.h"
 
@@ -34,7 +35,7 @@ thread_local CountsItsEnd local;
 
 TEST(Thread, IsGoneWithItsThreadLocalObjectsWhenJoined) {
   for (int round = 1; round <= 500; ++round) {
-    std::vector<os_thread_handle> threads(4);
+    os_thread_handle threads[4];
     for (os_thread_handle& thread : threads) {
       ASSERT_TRUE(os_thread_create(
           &thread, [](void* p) { return local.used = true, p; }, nullptr, 0, 0));
@@ -63,19 +64,29 @@ TEST(Thread, KeepsNoStackBetweenItsEndAndItsJoin) {
   for (const os_thread_handle thread : threads) EXPECT_TRUE(os_thread_join(thread, nullptr));
 }
 
-TEST(Clock, SleepsItsWholeTimeWhileSignalsArrive) {
-  static std::atomic<int> signals{0};
+TEST(Wait, LastsItsTimeWhileSignalsArriveAndNoLongerThanNeeded) {
   struct sigaction action {};
-  action.sa_handler = [](int) { ++signals; };
+  action.sa_handler = [](int) {};
   ::sigaction(SIGALRM, &action, nullptr);
   const itimerval every{{0, 5000}, {0, 5000}};
   const itimerval off{};
+  int ends[2], result = 7;
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
   ::setitimer(ITIMER_REAL, &every, nullptr);
   const auto begin = std::chrono::steady_clock::now();
   os_thread_sleep_milliseconds(120, 0);
-  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(120));
+  const auto slept = std::chrono::steady_clock::now();
+  EXPECT_FALSE(os_socket_readable(ends[0], 120, &result, 0));
+  EXPECT_GE(std::min(slept - begin, std::chrono::steady_clock::now() - slept), std::chrono::milliseconds(120));
+  EXPECT_EQ(result, 0);
+  std::thread peer([&] { EXPECT_EQ(::write(ends[1], "x", 1), 1); });
+  EXPECT_TRUE(os_socket_readable(ends[0], -1, &result, 0));
+  EXPECT_EQ(result, 1);
+  peer.join();
   ::setitimer(ITIMER_REAL, &off, nullptr);
-  EXPECT_GT(signals, 0);
+  EXPECT_FALSE(os_socket_writable(1000000, 5000, &result, 0));
+  EXPECT_EQ(result, -1);
+  for (const int end : ends) ::close(end);
 }
 
 TEST(ShareMemory, TheOwnerTakesTheNameAwayAndAnotherUserLeavesIt) {

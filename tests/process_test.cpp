@@ -113,7 +113,7 @@ TEST(StartProcess, EndWakesTheReaderAndLeavesTheChildToFailOnItsNextWrite) {
 // Line buffering makes the child print its announcements at once, as on a terminal.
 TEST(StartProcess, AnnouncesWhatItRunsAndNeverRepeatsTheHostsOwnText) {
   const support::DescriptorCapture terminal(STDOUT_FILENO);
-  const int status = support::statusOfChild([] {
+  EXPECT_TRUE(support::holdsInChild([] {
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     std::printf("half a line of the host");
     ::setenv("OXU_A", "1", 1);
@@ -123,67 +123,55 @@ TEST(StartProcess, AnnouncesWhatItRunsAndNeverRepeatsTheHostsOwnText) {
         "Child process(#) setpgid failed: Operation not permitted\nexport OXU_A=1;\ncd /;\necho done\ndone\n",
         {child.process.pid()});
     return child.eventuallyContains(text) && child.get() == text;
-  });
-  EXPECT_EQ(status, 0);
+  }));
   EXPECT_EQ(terminal.text(), "half a line of the host");
 }
 
 TEST(StartProcess, GivesNoCommandADescriptorOfAnotherObject) {
-  std::vector<std::unique_ptr<Launched>> children;
-  std::vector<std::string> pipes;
-  for (int i = 0; i < 4; ++i) {
-    children.push_back(std::make_unique<Launched>("readlink /proc/$$/fd/1 /proc/$$/fd/*; echo end"));
-    ASSERT_TRUE(children.back()->eventuallyContains("end\n"));
-    const std::string descriptors = children.back()->get();
-    for (const std::string& pipe : pipes) EXPECT_EQ(descriptors.find(pipe), std::string::npos);
-    pipes.push_back(descriptors.substr(0, descriptors.find('\n')));
-    EXPECT_EQ(pipes.back().substr(0, 6), "pipe:[");
-  }
+  Launched first("readlink /proc/$$/fd/1"), second("readlink /proc/$$/fd/*; echo end");
+  ASSERT_TRUE(first.eventuallyContains("]\n") && second.eventuallyContains("end\n"));
+  EXPECT_EQ(second.get().find(first.get()), std::string::npos);
 }
 
 TEST(StartProcess, WorksWhateverTheHostsDescriptorsAre) {
-  const auto captures = [](const std::function<void()>& prepare) {
-    return support::statusOfChild([&] {
-      prepare();
-      Launched child("echo out && echo err >&2 && echo end");
-      std::fputs("text of the host\n", stderr);
-      return child.eventuallyContains("out\nerr\nend\n") && child.get().find("host") == std::string::npos;
-    });
+  const auto captures = [] {
+    Launched child("echo out && echo err >&2 && echo end");
+    std::fputs("text of the host\n", stderr);
+    return child.eventuallyContains("out\nerr\nend\n") && child.get().find("host") == std::string::npos;
   };
-  const auto manyOpen = [] {
+  EXPECT_TRUE(support::holdsInChild([&] {
     const rlimit limit{4096, 4096};
     for (::setrlimit(RLIMIT_NOFILE, &limit); ::dup(STDERR_FILENO) < 2000;) continue;
-  };
-  const auto readerGone = [] {
-    int fds[2];
-    EXPECT_TRUE(::pipe(fds) == 0 && ::dup2(fds[1], STDOUT_FILENO) != -1 && ::close(fds[0]) == 0);
+    return captures();
+  }));
+  EXPECT_TRUE(support::holdsWithPipe([&](int readEnd) {
+    ::close(readEnd);
     std::printf("text that waits for a reader who has gone");
-  };
-  EXPECT_EQ(0, captures(manyOpen));
-  EXPECT_EQ(0, captures(readerGone));
+    return captures();
+  }));
   for (const std::vector<int>& closed : {std::vector<int>{0}, {1}, {0, 1}, {1, 2}, {0, 1, 2}}) {
-    const auto closeThem = [&] { std::for_each(closed.begin(), closed.end(), ::close); };
-    EXPECT_EQ(0, captures(closeThem)) << closed.size() << " from " << closed[0];
+    const auto body = [&] { return std::for_each(closed.begin(), closed.end(), ::close), captures(); };
+    EXPECT_TRUE(support::holdsInChild(body)) << closed.size() << " from " << closed[0];
   }
 }
 
 TEST(StartProcess, LaunchesWhileOtherThreadsFlushPrintAndSetVariables) {
-  const int status = support::statusOfChild([] {
+  EXPECT_TRUE(support::holdsInChild([] {
     ::dup2(::open("/dev/null", O_WRONLY), STDOUT_FILENO);
     std::atomic<bool> stop{false};
-    std::vector<std::thread> threads;
-    const std::function<void()> works[] = {[] { std::fflush(nullptr); }, [] { ::setenv("OXU_BUSY", "1", 1); }};
-    for (const auto& work : works)
-      threads.emplace_back([&] {
-        for (; !stop; work()) continue;
-      });
+    std::thread flusher([&] {
+      while (!stop) std::fflush(nullptr);
+    });
+    std::thread setter([&] {
+      while (!stop) ::setenv("OXU_BUSY", "1", 1);
+    });
     bool complete = true;
     for (int i = 0; i < 200; ++i) complete = complete && Launched("echo \"$OXU_A\"").wait() == 0;
     stop = true;
-    for (std::thread& thread : threads) thread.join();
+    flusher.join();
+    setter.join();
     return complete;
-  });
-  EXPECT_EQ(status, 0);
+  }));
 }
 
 // What a failing call prints on the host's standard error and output, in the log, and in the output of the
@@ -267,31 +255,21 @@ TEST(StartProcess, ReaderNeverReadsAnotherFileAfterAFailedFork) {
   EXPECT_EQ(log.messages().find("Read pipe error"), std::string::npos);
 }
 
-// Stands for sudo where the tests run as an ordinary user: runs what it is given, without a password.
-class FakeSudo {
- public:
-  FakeSudo() {
-    std::ofstream(m_path) << "#!/bin/sh\nshift\nexec \"$@\"\n";
-    ::chmod(m_path.c_str(), 0700);
-    ::setenv("PATH", (m_directory + ":" + ::getenv("PATH")).c_str(), 1);
-  }
-  ~FakeSudo() { std::filesystem::remove_all(m_directory); }
-
- private:
-  char m_pattern[32] = "/tmp/oxutool-test-XXXXXX";
-  std::string m_directory = ::mkdtemp(m_pattern);
-  std::string m_path = m_directory + "/sudo";
-};
-
+// The fake stands for sudo where the tests run as an ordinary user: it runs what it is given, without a password.
 TEST(Kill, EndsWholeGroupsAndSkipsProcessesThatAreGone) {
-  const FakeSudo sudo;
+  char directory[] = "/tmp/oxutool-test-XXXXXX";
+  const std::string sudo = std::string(::mkdtemp(directory)) + "/sudo";
+  std::ofstream(sudo) << "#!/bin/sh\nshift\nexec \"$@\"\n";
+  ::chmod(sudo.c_str(), 0700);
+  ::setenv("PATH", (directory + std::string(":") + ::getenv("PATH")).c_str(), 1);
   support::LogCapture log;
   Launched first("sleep 1000"), gone("true"), second("sleep 1000 & echo $!. ; wait"), third("sleep 1000");
-  ASSERT_TRUE(second.eventuallyContains(".\n"));
-  const int grandchild = std::stoi(second.get());
+  EXPECT_TRUE(second.eventuallyContains(".\n"));
+  const int grandchild = std::atoi(second.get().c_str());
   gone.wait();
   EXPECT_TRUE(StartProcess::kill({first.process.pid(), gone.process.pid(), second.process.pid()}));
   EXPECT_TRUE(StartProcess::kill(third.process.pid()));
+  std::filesystem::remove_all(directory);
   for (Launched* child : {&first, &second, &third}) EXPECT_EQ(WTERMSIG(child->wait()), SIGKILL);
   EXPECT_TRUE(support::eventually([&] { return ::getpgid(grandchild) != second.process.pid(); }));
   EXPECT_EQ(log.messages(), support::filled("ERROR Failed to get pgid for pid: #.\n\nINFO All process groups killed.\n"

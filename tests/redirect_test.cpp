@@ -4,13 +4,9 @@
 namespace {
 
 using namespace faults;
+using support::openDescriptors;
 
 const std::string kLine = "Redirecting stdout/stderr to pipes:#\n";
-
-auto openDescriptors() {
-  const std::filesystem::directory_iterator numbers("/proc/self/fd");
-  return std::distance(begin(numbers), end(numbers));
-}
 
 // A redirector that is open; the end of each chunk shows as a bar.
 struct Host : oxu::OutputRedirector, support::SharedText {
@@ -39,7 +35,7 @@ TEST(OutputRedirector, DeliversWhatIsPrintedInOrderAndInChunks) {
       {2000, kFcntl, EINVAL, kEveryTime, _IOLBF, 0, true, true, true},
   };
   for (const auto& row : rows) {
-    const int status = support::statusOfChild([&row] {
+    EXPECT_TRUE(support::holdsInChild([&row] {
       std::setvbuf(stdout, nullptr, row.mode, BUFSIZ);
       const Fault fault(row.call, row.error, row.times);
       Host host;
@@ -57,8 +53,8 @@ TEST(OutputRedirector, DeliversWhatIsPrintedInOrderAndInChunks) {
       int unread = 0;
       const bool isEnded = host.forward() == nullptr && ::ioctl(host.readFd(), FIONREAD, &unread) == 0;
       return isEnded && unread == row.unread && host.get() == (row.isDelivered ? text : "");
-    });
-    EXPECT_EQ(status, 0) << "row " << &row - rows;
+    })) << "row "
+        << &row - rows;
   }
 }
 
@@ -78,7 +74,7 @@ TEST(OutputRedirector, LeavesTheHostsOutputAsItWasWhenItFails) {
     const support::DescriptorCapture output(STDOUT_FILENO), error(STDERR_FILENO);
     const int next = ::dup(STDERR_FILENO);
     ::close(next);
-    const int status = support::statusOfChild([&row] {
+    EXPECT_TRUE(support::holdsInChild([&row] {
       std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
       ::close(row.closed);
       const auto before = openDescriptors();
@@ -86,8 +82,7 @@ TEST(OutputRedirector, LeavesTheHostsOutputAsItWasWhenItFails) {
       const Host host;
       const bool isWritten = std::puts("out") > 0 && std::fflush(stdout) == 0;
       return isWritten == (row.closed != 1) && openDescriptors() == before && !host.isRedirected() && host.readFd() < 0;
-    });
-    EXPECT_EQ(status, 0) << row.terminal;
+    })) << row.terminal;
     EXPECT_EQ(error.text() + output.text(), support::filled(row.terminal, {next}));
   }
 }
@@ -95,9 +90,8 @@ TEST(OutputRedirector, LeavesTheHostsOutputAsItWasWhenItFails) {
 // The first line that is printed meets a pipe without a reader.
 TEST(OutputRedirector, WorksWhateverTheHostsDescriptorsAreAndHidesItsOwnFromCommands) {
   for (const std::vector<int>& closed : {std::vector<int>{}, {0}, {1}, {2}, {0, 1, 2}}) {
-    const int status = support::statusOfChild([&closed] {
-      int fds[2];
-      if (::pipe(fds) != 0 || ::dup2(fds[1], STDOUT_FILENO) != 1 || ::close(fds[0]) != 0) return false;
+    EXPECT_TRUE(support::holdsWithPipe([&closed](int readEnd) {
+      ::close(readEnd);
       std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
       std::for_each(closed.begin(), closed.end(), ::close);
       Host host;
@@ -109,13 +103,13 @@ TEST(OutputRedirector, WorksWhateverTheHostsDescriptorsAreAndHidesItsOwnFromComm
       forwarder.join();
       const int flags = ::fcntl(STDOUT_FILENO, F_GETFL) & ::fcntl(STDERR_FILENO, F_GETFL);
       return good && flags == (O_WRONLY | O_NONBLOCK) && host.readFd() > STDERR_FILENO;
-    });
-    EXPECT_EQ(status, 0) << closed.size() << " closed, last " << (closed.empty() ? -1 : closed.back());
+    })) << closed.size()
+        << " closed, last " << (closed.empty() ? -1 : closed.back());
   }
 }
 
 TEST(OutputRedirector, SecondOpenReplacesTheFirstAndAFailedOneLeavesItsPipeAReader) {
-  const int status = support::statusOfChild([] {
+  EXPECT_TRUE(support::holdsInChild([] {
     Host host;
     const int first = host.readFd();
     const auto before = openDescriptors();
@@ -124,8 +118,7 @@ TEST(OutputRedirector, SecondOpenReplacesTheFirstAndAFailedOneLeavesItsPipeARead
     const Fault fault(kDup2, EIO, 1, STDERR_FILENO);
     host.open();
     return isReplaced && openDescriptors() == before && host.readFd() == -1 && ::dprintf(STDOUT_FILENO, "read") == 4;
-  });
-  EXPECT_EQ(status, 0);
+  }));
 }
 
 }  // namespace

@@ -99,7 +99,18 @@ std::string filled(std::string text, const std::vector<int>& numbers) {
   return text;
 }
 
-int statusOfChild(const std::function<bool()>& body) {
+int countOf(const std::string& part, const std::string& text) {
+  int count = 0;
+  for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += part.size()) ++count;
+  return count;
+}
+
+int openDescriptors() {
+  const std::filesystem::directory_iterator numbers("/proc/self/fd");
+  return static_cast<int>(std::distance(begin(numbers), end(numbers)));
+}
+
+testing::AssertionResult holdsInChild(const std::function<bool()>& body) {
   std::fflush(stdout);
   const pid_t pid = ::fork();
   if (pid == 0) {
@@ -108,7 +119,14 @@ int statusOfChild(const std::function<bool()>& body) {
   }
   int status = -1;
   ::waitpid(pid, &status, 0);
-  return status;
+  return testing::AssertionResult(status == 0) << "wait status " << status;
+}
+
+testing::AssertionResult holdsWithPipe(const std::function<bool(int readEnd)>& body) {
+  return holdsInChild([&] {
+    int fds[2];
+    return ::pipe(fds) == 0 && ::dup2(fds[1], STDOUT_FILENO) != -1 && ::close(fds[1]) == 0 && body(fds[0]);
+  });
 }
 
 }  // namespace support

@@ -2,6 +2,8 @@
 #ifndef TESTS_SUPPORT_CAPTURE_H
 #define TESTS_SUPPORT_CAPTURE_H
 
+#include <gtest/gtest.h>
+
 #include <functional>
 #include <mutex>
 #include <string>
@@ -55,8 +57,16 @@ class SharedText {
 // The text with each # replaced by the next of the numbers.
 std::string filled(std::string text, const std::vector<int>& numbers);
 
-// Runs `body` in a forked child with a watchdog, and returns its wait status: 0 when the body returns true.
-int statusOfChild(const std::function<bool()>& body);
+// How often a text stands in another.
+int countOf(const std::string& part, const std::string& text);
+
+int openDescriptors();
+
+// Runs `body` in a forked child with a watchdog: whether it returns true there.
+testing::AssertionResult holdsInChild(const std::function<bool()>& body);
+
+// The same with a pipe for the child's standard output, of which the body gets the read end.
+testing::AssertionResult holdsWithPipe(const std::function<bool(int readEnd)>& body);
 
 }  // namespace support
 

@@ -14,16 +14,11 @@ namespace faults {
 namespace {
 
 struct Plan {
-  std::atomic<int> remaining{0};
-  std::atomic<int> error{0};
-  std::atomic<int> argument{kAnyArgument};
-};
-
-Plan plans[kCallCount];
+  std::atomic<int> remaining{0}, call{0}, error{0}, argument{0};
+} plan;
 
 bool fails(Call call, int argument) {
-  Plan& plan = plans[call];
-  if (plan.argument != kAnyArgument && plan.argument != argument) return false;
+  if (plan.call != call || (plan.argument != kAnyArgument && plan.argument != argument)) return false;
   int remaining = plan.remaining;
   while (remaining > 0 && !plan.remaining.compare_exchange_weak(remaining, remaining - 1)) {
   }
@@ -33,13 +28,14 @@ bool fails(Call call, int argument) {
 
 }  // namespace
 
-Fault::Fault(Call call, int error, int times, int argument) : m_call(call) {
-  plans[call].error = error;
-  plans[call].argument = argument;
-  plans[call].remaining = times;
+Fault::Fault(Call call, int error, int times, int argument) {
+  plan.call = call;
+  plan.error = error;
+  plan.argument = argument;
+  plan.remaining = times;
 }
 
-Fault::~Fault() { plans[m_call].remaining = 0; }
+Fault::~Fault() { plan.remaining = 0; }
 
 }  // namespace faults
 

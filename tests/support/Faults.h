@@ -8,34 +8,16 @@ constexpr int kEveryTime = -1;
 constexpr int kAnyArgument = -1;
 
 // The calls that the test program's linker routes through this file.
-enum Call {
-  kPipe,
-  kFork,
-  kFcntl,
-  kDup2,
-  kSetpgid,
-  kExecvp,
-  kSelect,
-  kRead,
-  kWrite,
-  kWaitpid,
-  kStat,
-  kSystem,
-  kThread,
-  kCallCount
-};
+enum Call { kPipe, kFork, kFcntl, kDup2, kSetpgid, kExecvp, kSelect, kRead, kWrite, kWaitpid, kStat, kSystem, kThread };
 
 // While it lives, `call` fails with `error`, as often as `times` says; fcntl and dup2 only for one command
-// or target where `argument` names it.
+// or target where `argument` names it. One lives at a time.
 class Fault {
  public:
   Fault(Call call, int error, int times = kEveryTime, int argument = kAnyArgument);
   ~Fault();
   Fault(const Fault&) = delete;
   Fault& operator=(const Fault&) = delete;
-
- private:
-  Call m_call;
 };
 
 }  // namespace faults
