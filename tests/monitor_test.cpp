@@ -29,44 +29,31 @@ bool isReaped(pid_t pid) {
   return support::eventually([pid] { return ::kill(pid, 0) == -1 && errno == ESRCH; });
 }
 
+// Of a name that is given again, addProcess reaps and reports the new process; updateProcess watches it, and what it
+// reaps and reports stays the old one.
 TEST(ProcessMonitor, ReapsAChildThatEndsAndCallsItsCallbackOnce) {
   support::LogCapture log;
-  std::atomic<int> calls{0};
+  std::atomic<int> calls{0}, updated{0}, otherCalls{0};
   ProcessMonitor monitor;
-  const pid_t pid = forkChild();
+  const pid_t pid = forkChild(), own = forkChild(), watched = forkChild();
   monitor.addProcess("worker", ProcessInfo(pid, nullptr));
   monitor.addProcess("worker", ProcessInfo(pid, [&] { return ++calls + 40; }));
-  std::this_thread::sleep_for(kMoreThanOnePass);
-  EXPECT_EQ(calls, 0);
-  ::kill(pid, SIGKILL);
-  EXPECT_TRUE(isReaped(pid) && log.eventuallyContains("result:41"));
-  std::this_thread::sleep_for(kMoreThanOnePass);
-  EXPECT_EQ(calls, 1);
-  EXPECT_EQ(log.messages(),
-            support::filled("ERROR [ProcessMonitor]Process(worker) Pid(#) is not exist, call quit callback\n\n"
-                            "DEBUG [ProcessMonitor]Node Process(worker) Pid(#)  quit callback result:41\n\n",
-                            {pid, pid}));
-}
-
-TEST(ProcessMonitor, WatchesAnUpdatedProcessAndReapsItsOwnChildAfterwards) {
-  support::LogCapture log;
-  std::atomic<int> calls{0};
-  std::atomic<int> otherCalls{0};
-  ProcessMonitor monitor;
-  const pid_t own = forkChild();
-  const pid_t watched = forkChild();
-  monitor.updateProcess("node", ProcessInfo(own, [&] { return ++calls; }));
+  monitor.updateProcess("node", ProcessInfo(own, [&] { return ++updated; }));
   monitor.updateProcess("node", ProcessInfo(watched, [&] { return ++otherCalls; }));
   ::kill(own, SIGKILL);
   std::this_thread::sleep_for(kMoreThanOnePass);
-  EXPECT_EQ(calls, 0);
+  EXPECT_EQ(calls + updated, 0);
+  ::kill(pid, SIGKILL);
+  EXPECT_TRUE(isReaped(pid) && log.eventuallyContains("result:41"));
   endChild(watched);
   EXPECT_TRUE(isReaped(own));
-  EXPECT_EQ(calls, 1);
-  EXPECT_EQ(otherCalls, 0);
-  EXPECT_EQ(
-      log.messages(),
-      support::filled("ERROR [ProcessMonitor]Node Process(node) Pid(#) is not exist, call quit callback.\n", {own}));
+  std::this_thread::sleep_for(kMoreThanOnePass);
+  EXPECT_TRUE(calls == 1 && updated == 1 && otherCalls == 0);
+  EXPECT_EQ(log.messages(),
+            support::filled("ERROR [ProcessMonitor]Process(worker) Pid(#) is not exist, call quit callback\n\n"
+                            "DEBUG [ProcessMonitor]Node Process(worker) Pid(#)  quit callback result:41\n\n"
+                            "ERROR [ProcessMonitor]Node Process(node) Pid(#) is not exist, call quit callback.\n",
+                            {pid, pid, own}));
 }
 
 // Entries without a callback, with only one of the two pids, and with a child that is merely stopped.
@@ -93,26 +80,6 @@ TEST(ProcessMonitor, TakesProcessesThatNeverWereOrAreStoppedAsGone) {
   EXPECT_TRUE(log.eventuallyContains("Process(silent) Pid(" + std::to_string(silent) + ")  quit callback result:0"));
   EXPECT_EQ(log.messages().find("failed"), std::string::npos) << log.messages();
   endChild(stopped);
-}
-
-// The callable owns memory that it uses after it has registered its name again: were its entry still in the
-// table, it would run on freed memory, and the new entry would go with the old.
-TEST(ProcessMonitor, AQuitCallbackMayRestartItsOwnProcess) {
-  constexpr int kRestarts = 3;
-  std::atomic<int> quits{0};
-  std::vector<std::unique_ptr<oxu::StartProcess>> processes;
-  ProcessMonitor monitor;
-  const std::function<void()> start = [&] {
-    processes.push_back(std::make_unique<oxu::StartProcess>("", "", "exit 0", "", nullptr, 4096, false));
-    monitor.addProcess("restarted", ProcessInfo(processes.back()->pid(), [&, text = std::string(1000, 'o')] {
-                         if (quits < kRestarts) start();
-                         quits += text == std::string(1000, 'o') ? 1 : 1000;
-                         return 0;
-                       }));
-  };
-  start();
-  EXPECT_TRUE(support::eventually([&] { return quits == kRestarts + 1; }));
-  for (const auto& process : processes) EXPECT_TRUE(isReaped(process->pid()));
 }
 
 // A process is listed for reaping for one pass; a few attempts make sure that the monitor's end meets one.

@@ -13,53 +13,35 @@ using support::openDescriptors;
 const std::string kLoopback = "127.0.0.1";
 constexpr int kEither = -1;  // the system may have told of it at once
 
-sockaddr_in loopback(unsigned short port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  return address;
+unsigned short portOf(CSocket& socket) {
+  std::string ip;
+  unsigned short port = 0;
+  EXPECT_TRUE(socket.getSockName(ip, port));
+  return port;
 }
 
-unsigned short portOf(int fd) {
-  sockaddr_in address{};
-  socklen_t length = sizeof address;
-  ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-  return ntohs(address.sin_port);
-}
-
-// Of a handle that does not listen.
-unsigned short nobodysPort() {
-  static const int bound = [] {
-    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const sockaddr_in any = loopback(0);
-    EXPECT_EQ(::bind(fd, reinterpret_cast<const sockaddr*>(&any), sizeof any), 0);
-    return fd;
-  }();
-  return portOf(bound);
-}
-
-// A listening handle of the plain interface, and one accepted connection of a CSocket.
+// A listening handle, one that is bound and does not listen, and one accepted connection of a CSocket.
 class Link {
  public:
   explicit Link(int backlog = 4) {
-    const sockaddr_in any = loopback(0);
-    ::bind(listener, reinterpret_cast<const sockaddr*>(&any), sizeof any);
-    ::listen(listener, backlog);
-    client.initSocket(SOCK_STREAM, "", 0, 0);
+    for (CSocket* socket : {&listener, &nobody}) EXPECT_TRUE(socket->initSocket(SOCK_STREAM, kLoopback, 0, 0));
+    EXPECT_TRUE(listener.listen(backlog) && client.initSocket(SOCK_STREAM, "", 0, 0));
   }
   ~Link() {
-    client.close();
     closeServer();
-    ::close(listener);
+    for (CSocket* socket : {&client, &listener, &nobody}) socket->close();
   }
 
-  unsigned short port() const { return portOf(listener); }
+  unsigned short port() { return portOf(listener); }
   int handle() const { return client.handle(); }
 
   void connect() {
     EXPECT_TRUE(client.connect(kLoopback, port()));
-    server = ::accept(listener, nullptr, nullptr);
+    accept();
+  }
+  void accept() {
+    EXPECT_TRUE(os_socket_readable(listener.handle(), 5000, nullptr, 0));
+    server = os_socket_accept(listener.handle(), nullptr, nullptr, 0);
   }
   void closeServer() {
     if (server != -1) ::close(server);
@@ -72,9 +54,8 @@ class Link {
   }
   void sendToClient() { EXPECT_EQ(::write(server, "bytes", 5), 5); }
 
-  int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   int server = -1;
-  CSocket client;
+  CSocket listener, nobody, client;
 };
 
 int option(CSocket& socket, int name) {
@@ -141,7 +122,7 @@ TEST(Socket, TakesAnyAddressForATextThatIsNoneAndKeepsTheHandleAfterAFailedBind)
     EXPECT_NE(port, 0);
     socket.close();
   }
-  const Link taken;
+  Link taken;
   CSocket socket;
   EXPECT_TRUE(!socket.initSocket(SOCK_STREAM, kLoopback, taken.port(), 0) && socket.bind(kLoopback, 0));
   socket.close();
@@ -169,28 +150,24 @@ TEST(Socket, CarriesDatagramsWithTheirSender) {
 
 TEST(Socket, ClosesTheHandleThatAHoldingObjectCannotTake) {
   Link link;
-  CSocket listening, client;
-  listening.initSocket(SOCK_STREAM, kLoopback, 0, 0);
-  listening.listen(4);
+  CSocket client;
   std::string ip = "kept";
   unsigned short port = 1;
   ISocket* taker = nullptr;
-  EXPECT_FALSE(listening.accept(taker, ip, port, 0));
+  EXPECT_FALSE(link.listener.accept(taker, ip, port, 0));
   taker = &client;
-  EXPECT_FALSE(listening.accept(taker, ip, port, 0));  // nobody is there
+  EXPECT_FALSE(link.listener.accept(taker, ip, port, 0));  // nobody is there
   client.initSocket(SOCK_STREAM, "", 0, 0);
-  EXPECT_TRUE(link.client.connect(kLoopback, portOf(listening.handle())));
+  EXPECT_TRUE(link.client.connect(kLoopback, link.port()));
   const int before = openDescriptors();
-  EXPECT_TRUE(os_socket_readable(listening.handle(), 5000, nullptr, 0));
-  EXPECT_FALSE(listening.accept(taker, ip, port, 0));
-  EXPECT_FALSE(client.initSocket(SOCK_STREAM, "", 0, 0));
+  EXPECT_TRUE(os_socket_readable(link.listener.handle(), 5000, nullptr, 0));
+  EXPECT_FALSE(link.listener.accept(taker, ip, port, 0) || client.initSocket(SOCK_STREAM, "", 0, 0));
   EXPECT_EQ(openDescriptors(), before);
   EXPECT_TRUE(ip == "kept" && port == 1);
   char byte;
   EXPECT_TRUE(os_socket_readable(link.handle(), 5000, nullptr, 0));
   EXPECT_EQ(link.client.receive(&byte, 1, 0), 0);
   client.close();
-  listening.close();
 }
 
 // What the three questions answer in each state of a connection, at once, and the error that is still to be
@@ -220,7 +197,7 @@ TEST(SocketWait, TellsTheStatesOfAConnectionApart) {
          EXPECT_EQ(link.client.send("lost", 4, 0), 4);
        },
        true, true, true, EPIPE},
-      {"refused", [](Link& link) { link.client.connect(kLoopback, nobodysPort()); }, true, false, true, kEither},
+      {"refused", [](Link& link) { link.client.connect(kLoopback, portOf(link.nobody)); }, true, false, true, kEither},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.state);
@@ -241,25 +218,25 @@ TEST(SocketWait, TellsTheStatesOfAConnectionApart) {
 TEST(SocketAccept, RefusesAConnectionThatNoDescriptorIsFreeFor) {
   EXPECT_TRUE(support::holdsInChild([] {
     Link peers[3];
-    CSocket listening, client;
+    CSocket client;
     std::string ip;
     unsigned short port = 0;
     ISocket* taker = &client;
-    bool right = listening.initSocket(SOCK_STREAM, kLoopback, 0, 0) && listening.listen(4);
-    for (Link& peer : peers) right = right && peer.client.connect(kLoopback, portOf(listening.handle()));
+    bool right = true;
+    for (Link& peer : peers) right = right && peer.client.connect(kLoopback, peers[0].port());
     const rlimit limit{64, 64};
     ::setrlimit(RLIMIT_NOFILE, &limit);
     int last = -1;
     for (int fd; (fd = ::dup(STDERR_FILENO)) != -1;) last = fd;
     // No member function is called meanwhile: a sanitizer needs descriptors to look at the object.
-    const int fds[] = {listening.handle(), peers[0].handle(), peers[1].handle()};
+    const int fds[] = {peers[0].listener.handle(), peers[0].handle(), peers[1].handle()};
     for (int i : {1, 2}) {
       char byte;
       right = right && os_socket_accept(fds[0], nullptr, nullptr, 0) == -1 && os_socket_get_errno_code() == EMFILE &&
               os_socket_readable(fds[i], 5000, nullptr, 0) && ::recv(fds[i], &byte, 1, 0) == 0;
     }
     for (int more = 0; more < 3; ++more) ::close(last - more);
-    return right && listening.accept(taker, ip, port, 0) && ::fcntl(client.handle(), F_GETFD) == FD_CLOEXEC;
+    return right && peers[0].listener.accept(taker, ip, port, 0) && ::fcntl(client.handle(), F_GETFD) == FD_CLOEXEC;
   }));
 }
 
@@ -297,68 +274,49 @@ TEST(LogService, DeliversWhatEachOfManyClientsSendsByteForByte) {
   for (const auto& [thread, text] : received) EXPECT_EQ(texts.erase(text), 1U);
 }
 
-const std::string kService = "[LogServiceServer]";
-
-TEST(LogService, TellsOfEachConnectionAndEndsThemAllWhenStopped) {
+// The first round ends with a stop, the second with the server itself.
+TEST(LogService, TellsOfEachConnectionEndsThemAllWhenStoppedAndStartsAgain) {
   const support::DescriptorCapture out(STDOUT_FILENO), err(STDERR_FILENO);
-  const int before = openDescriptors();
-  for (int round = 1; round <= 2; ++round) {
-    auto service = std::make_unique<LogService>();
-    service->startServer(kLoopback, 0);
-    const int port = service->port();
-    service->startServer(kLoopback, 0);
-    EXPECT_EQ(service->port(), port);
-    {
-      LogServiceClient passing, resetting, idle[3];
-      for (LogServiceClient* client : {&passing, &idle[0], &idle[1], &idle[2]}) client->connect(kLoopback, port);
-      EXPECT_TRUE(support::eventually([&] { return countOf("accept client(127.0.0.1:", out.text()) == 4 * round; }));
-      passing.close();
-      EXPECT_TRUE(
-          support::eventually([&] { return countOf(kService + "close socket.\n", err.text()) == 4 * round - 3; }));
-      if (round == 1) service->stopServer();
-      service.reset();
-      EXPECT_EQ(countOf(kService + "close socket.\n", err.text()), 4 * round);
-    }
-    EXPECT_EQ(countOf(kService + "Failed to receive data.\n", err.text()), round);
-    EXPECT_EQ(countOf(kService + "system socket(127.0.0.1:0) init success!\n", err.text()), round);
-    EXPECT_EQ(countOf(kService + "system socket(127.0.0.1:0) init failed!\n", err.text()), round);
-  }
-  EXPECT_EQ(openDescriptors(), before);
-}
-
-TEST(LogService, StartsAgainAfterAStopAndAfterAFailure) {
-  const support::DescriptorCapture out(STDOUT_FILENO), err(STDERR_FILENO);
-  const Link taken;
-  const short port = static_cast<short>(taken.port());
-  const std::string failed = support::filled(kService + "system socket(127.0.0.1:#) init failed!\n", {port});
-  LogService service;
-  service.stopServer();
-  service.startServer(kLoopback, port);
+  const std::string closed = "[LogServiceServer]close socket.\n",
+                    init = "[LogServiceServer]system socket(127.0.0.1:#) init ";
+  Link taken;
+  const int port = taken.port(), before = openDescriptors();
+  auto service = std::make_unique<LogService>();
+  service->startServer(kLoopback, static_cast<short>(port));
   EXPECT_EQ(out.text(), "Bind failed, error code: 98\n");
-  EXPECT_EQ(err.text(), failed);
-  EXPECT_EQ(service.port(), 0);
-  {
-    const faults::Fault noThread(faults::kThread, EAGAIN);
-    service.startServer(kLoopback, 0);
-    EXPECT_EQ(service.port(), 0);
-  }
-  EXPECT_EQ(countOf("init failed!\n", err.text()), 2);
-  for (int round = 0; round < 2; ++round) {
-    service.startServer(kLoopback, 0);
-    LogServiceClient refused, served;
+  EXPECT_EQ(err.text(), support::filled(init + "failed!\n", {static_cast<short>(port)}));
+  EXPECT_EQ(service->port(), 0);
+  for (int round = 1; round <= 2; ++round) {
+    service->stopServer();
+    LogServiceClient refused, passing, idle[3];
     {
       const faults::Fault noThread(faults::kThread, EAGAIN);
-      EXPECT_EQ(refused.connect(kLoopback, service.port()), 0);
-      EXPECT_TRUE(err.eventuallyContains(kService + "close socket.\n"));
+      service->startServer(kLoopback, 0);
+      EXPECT_EQ(service->port(), 0);
+    }
+    service->startServer(kLoopback, 0);
+    const int own = service->port();
+    service->startServer(kLoopback, 0);
+    EXPECT_EQ(service->port(), own);
+    {
+      const faults::Fault noThread(faults::kThread, EAGAIN);
+      EXPECT_EQ(refused.connect(kLoopback, own), 0);
+      EXPECT_TRUE(support::eventually([&] { return countOf(closed, err.text()) == 5 * round - 4; }));
       EXPECT_TRUE(support::eventually([&] { return refused.send("x", 1) < 0; }));
     }
-    EXPECT_EQ(served.connect(kLoopback, service.port()), 0);
-    EXPECT_EQ(served.send("read and discarded", 18), 18);
-    EXPECT_TRUE(support::eventually([&] { return countOf("accept client", out.text()) == 2 * round + 2; }));
-    service.stopServer();
-    service.stopServer();
-    EXPECT_EQ(service.port(), 0);
+    for (LogServiceClient* client : {&passing, &idle[0], &idle[1], &idle[2]}) client->connect(kLoopback, own);
+    EXPECT_EQ(passing.send("read and discarded", 18), 18);
+    EXPECT_TRUE(support::eventually([&] { return countOf("accept client(127.0.0.1:", out.text()) == 5 * round; }));
+    passing.close();
+    EXPECT_TRUE(support::eventually([&] { return countOf(closed, err.text()) == 5 * round - 3; }));
+    if (round == 1) service->stopServer();
+    if (round == 2) service.reset();
+    EXPECT_EQ(countOf(closed, err.text()), 5 * round);
+    EXPECT_EQ(countOf("[LogServiceServer]Failed to receive data.\n", err.text()), round);
+    EXPECT_EQ(countOf(support::filled(init + "success!\n", {0}), err.text()), 2 * round);
+    EXPECT_EQ(countOf(support::filled(init + "failed!\n", {0}), err.text()), 2 * round);
   }
+  EXPECT_EQ(openDescriptors(), before);
 }
 
 // A client and the other end of its connection.
@@ -372,7 +330,7 @@ class Peer : public Link {
 
   Peer& join() {
     connectTo(port());
-    server = ::accept(listener, nullptr, nullptr);
+    accept();
     return *this;
   }
   int connectTo(int to) { return sender.connect(kLoopback, triedPort = to); }
@@ -427,7 +385,7 @@ TEST(LogServiceClient, ReportsEachFailure) {
       {"closed", [](Peer& peer) { return peer.sender.close() && peer.sender.close() ? peer.connectTo(1) : 0; }, -2,
        notConnected + ". ret = 9\n"},
       {"not connected", [](Peer& peer) { return peer.send(1); }, -4, prefix + "Socket not ready to write.\n"},
-      {"refused", [](Peer& peer) { return peer.connectTo(nobodysPort()); }, -2, notConnected},
+      {"refused", [](Peer& peer) { return peer.connectTo(portOf(peer.nobody)); }, -2, notConnected},
       {"nobody answers",
        [](Peer& peer) { return peer.client.connect(kLoopback, peer.port()), peer.connectTo(peer.port()); }, -2,
        notConnected + "  \n"},

@@ -1,10 +1,9 @@
-// What the test files share: the framework, the standard and system headers, capture and faults.
+// What the test files share: the standard and system headers, capture and faults with what they include.
 #ifndef TESTS_SUPPORT_TEST_H
 #define TESTS_SUPPORT_TEST_H
 
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
@@ -24,22 +23,17 @@
 #include <csignal>
 #include <cstdio>
 #include <ctime>
-#include <deque>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <iostream>
 #include <locale>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <random>
 #include <set>
 #include <sstream>
-#include <string>
 #include <thread>
 #include <type_traits>
-#include <vector>
 
 #include "tests/support/Capture.h"
 #include "tests/support/Faults.h"
