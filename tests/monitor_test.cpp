@@ -1,5 +1,4 @@
 #include "oxu/ProcessMonitor.h"
-#include "oxu/StartProcess.h"
 #include "tests/support/Test.h"
 
 namespace {

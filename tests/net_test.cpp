@@ -71,8 +71,7 @@ TEST(Socket, CountsReferencesFindsInterfacesAndClosesWithTheLast) {
   ASSERT_TRUE(socket->initSocket(SOCK_DGRAM, "", 0, 0));
   void* found = nullptr;
   for (const char* name : {"ISock", "ISocketX", "ibase", ""}) EXPECT_FALSE(socket->queryInterface(name, &found));
-  EXPECT_EQ(found, nullptr);
-  EXPECT_TRUE(socket->queryInterface("IBase", &found) && found == socket);
+  EXPECT_TRUE(found == nullptr && socket->queryInterface("IBase", &found) && found == socket);
   EXPECT_TRUE(socket->queryInterface("ISocket", &found) && found == static_cast<ISocket*>(socket));
   EXPECT_EQ(socket->addRef(), 4U);
   for (std::uint64_t left = 4; left-- > 0;) EXPECT_EQ(socket->releaseRef(), left);
@@ -85,14 +84,11 @@ TEST(Socket, ConfiguresTheHandleThatItTakesAndTakesOnlyOne) {
     void onSocketAttach() override { calls += "attached " + std::to_string(handle() != -1) + "; "; }
     void onSocketDetach() override { calls += "detaching " + std::to_string(handle() != -1); }
   } socket;
-  EXPECT_EQ(socket.handle(), -1);
-  EXPECT_EQ(socket.mode(), 2U);
-  EXPECT_FALSE(socket.attach(-1, 0));
+  EXPECT_TRUE(socket.handle() == -1 && socket.mode() == 2 && !socket.attach(-1, 0));
   const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
   EXPECT_TRUE(socket.attach(fd, 0));
   EXPECT_FALSE(socket.attach(::dup(fd), 5));
-  EXPECT_EQ(socket.handle(), fd);
-  EXPECT_EQ(socket.mode(), get_default_rt_mode());
+  EXPECT_TRUE(socket.handle() == fd && socket.mode() == get_default_rt_mode());
   EXPECT_NE(::fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
   EXPECT_EQ(option(socket, SO_REUSEADDR), 1);
   for (const int name : {SO_RCVBUF, SO_SNDBUF}) EXPECT_EQ(option(socket, name), 2 * 8192);  // the system's own share
@@ -115,11 +111,9 @@ TEST(Socket, TakesAnyAddressForATextThatIsNoneAndKeepsTheHandleAfterAFailedBind)
     CSocket socket;
     std::string ip;
     unsigned short port = 0;
-    EXPECT_FALSE(socket.getSockName(ip, port));
-    EXPECT_TRUE(socket.initSocket(SOCK_DGRAM, text, 0, 0));
-    EXPECT_TRUE(socket.getSockName(ip, port) && !socket.getPeerName(ip, port));
+    EXPECT_TRUE(!socket.getSockName(ip, port) && socket.initSocket(SOCK_DGRAM, text, 0, 0));
+    EXPECT_TRUE(socket.getSockName(ip, port) && !socket.getPeerName(ip, port) && port != 0);
     EXPECT_EQ(ip, address);
-    EXPECT_NE(port, 0);
     socket.close();
   }
   Link taken;
@@ -184,19 +178,14 @@ TEST(SocketWait, TellsTheStatesOfAConnectionApart) {
       {"connected", [](Link& link) { link.connect(); }, false, true, false},
       {"bytes to read", [](Link& link) { link.connect(), link.sendToClient(); }, true, true, false},
       {"closed by the peer", [](Link& link) { link.connect(), link.closeServer(); }, true, true, false},
-      {"half closed by the peer", [](Link& link) { link.connect(), ::shutdown(link.server, SHUT_WR); }, true, true,
-       false},
+      {"half closed", [](Link& link) { link.connect(), ::shutdown(link.server, SHUT_WR); }, true, true, false},
       {"closed by both", [](Link& link) { link.connect(), ::shutdown(link.handle(), SHUT_WR), link.closeServer(); },
        true, true, false},
       {"reset", [](Link& link) { link.connect(), link.resetByServer(); }, true, true, true, ECONNRESET},
-      {"reset with bytes to read", [](Link& link) { link.connect(), link.sendToClient(), link.resetByServer(); }, true,
-       true, false, ECONNRESET},
-      {"closed, then reset",
-       [](Link& link) {
-         link.connect(), link.closeServer();
-         EXPECT_EQ(link.client.send("lost", 4, 0), 4);
-       },
-       true, true, true, EPIPE},
+      {"reset with bytes", [](Link& link) { link.connect(), link.sendToClient(), link.resetByServer(); }, true, true,
+       false, ECONNRESET},
+      {"closed, then reset", [](Link& link) { link.connect(), link.closeServer(), link.client.send("", 1, 0); }, true,
+       true, true, EPIPE},
       {"refused", [](Link& link) { link.client.connect(kLoopback, portOf(link.nobody)); }, true, false, true, kEither},
   };
   for (const auto& row : rows) {
@@ -285,7 +274,6 @@ TEST(LogService, TellsOfEachConnectionEndsThemAllWhenStoppedAndStartsAgain) {
   service->startServer(kLoopback, static_cast<short>(port));
   EXPECT_EQ(out.text(), "Bind failed, error code: 98\n");
   EXPECT_EQ(err.text(), support::filled(init + "failed!\n", {static_cast<short>(port)}));
-  EXPECT_EQ(service->port(), 0);
   for (int round = 1; round <= 2; ++round) {
     service->stopServer();
     LogServiceClient refused, passing, idle[3];
@@ -338,9 +326,7 @@ class Peer : public Link {
   Peer& readSlowly(int times) {
     m_reader = std::thread([this, times] {
       char buffer[4096];
-      for (int i = 0; i<times&& ::read(server, buffer, sizeof buffer)> 0; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-      }
+      for (int left = times; left > 0 && ::read(server, buffer, sizeof buffer) > 0; --left) ::usleep(1000);
       resetByServer();
     });
     return *this;
@@ -413,20 +399,18 @@ TEST(Protocol, PacksTypeNameAndBodyIntoOneFrame) {
       {0x1ff, "", "", "\x03\0\0\0\xff\0\0"s},
       {0, "n\0m"s, "\0"s, "\x07\0\0\0\0\x03\0n\0m\0"s},
       {2, std::string(65535, 'n'), "b", "\x03\0\x01\0\x02\xff\xff"s + std::string(65535, 'n') + "b"},
+      {1, std::string(65536, 'n'), "", ""},
   };
   for (const auto& row : rows) {
-    char* frame = nullptr;
+    char untouched;
+    char* frame = &untouched;
     int length = -1;
     ProtocolToString(row.type, row.name, row.body, &frame, &length);
-    ASSERT_EQ(length + 4, static_cast<int>(row.frame.size()));
-    EXPECT_EQ(std::string(frame, row.frame.size()), row.frame);
+    ASSERT_EQ(length, std::max(0, static_cast<int>(row.frame.size()) - 4));
+    ASSERT_EQ(frame == nullptr, row.frame.empty());
+    EXPECT_EQ(frame == nullptr ? "" : std::string(frame, row.frame.size()), row.frame);
     delete[] frame;
   }
-  char untouched;
-  char* frame = &untouched;
-  int length = -1;
-  ProtocolToString(1, std::string(65536, 'n'), "", &frame, &length);
-  EXPECT_TRUE(frame == nullptr && length == 0);
 }
 
 }  // namespace

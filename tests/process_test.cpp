@@ -14,25 +14,19 @@ class Launched : public support::SharedText {
   explicit Launched(const std::string& command, unsigned long bufferSize = 4096, const std::string& envNames = "",
                     const std::string& workDir = "")
       : process(
-            workDir, envNames, command, "secret",
-            [this](const std::string& chunk) {
-              longestChunk = std::max(longestChunk.load(), chunk.size());
-              append(chunk);
-            },
-            bufferSize, false) {}
+            workDir, envNames, command, "secret", [this](const std::string& chunk) { append(chunk); }, bufferSize,
+            false) {}
   ~Launched() { wait(); }
 
   int wait() {
-    if (process.pid() > 0 && !m_reaped) m_reaped = ::waitpid(process.pid(), &m_status, 0) > 0;
+    if (process.pid() > 0 && m_status == -1) ::waitpid(process.pid(), &m_status, 0);
     return m_status;
   }
 
  private:
-  bool m_reaped = false;
   int m_status = -1;
 
  public:
-  std::atomic<std::size_t> longestChunk{0};
   StartProcess process;  // last, so that the capture ends first
 };
 
@@ -66,8 +60,7 @@ TEST(RootPrivilege, WrapsEachCommandOfTheLineInSudo) {
 }
 
 TEST(StartProcess, DeliversWhatTheCommandWritesUnchangedAndInOrder) {
-  std::string numbers, more;
-  for (int i = 10000; i <= 12000; ++i) numbers += std::to_string(i) + "\n";
+  std::string more;
   for (int i = 1; i <= 200000; ++i) more += std::to_string(i) + "\n";
   const struct {
     const char* command;
@@ -77,8 +70,7 @@ TEST(StartProcess, DeliversWhatTheCommandWritesUnchangedAndInOrder) {
       {"printf 'no line end'", 4096, "no line end"},
       {"echo out; echo err >&2", 1, "out\nerr\n"},
       {"printf 'a\\0b\\nc'", 4096, std::string("a\0b\nc", 5)},
-      {"seq 10000 12000", 100, numbers},
-      {"exec >/dev/stdout 2>&1; seq 200000", 4096, more},  // far more than the pipe holds
+      {"exec >/dev/stdout 2>&1; seq 200000", 100, more},  // far more than the pipe holds
       {"echo $SU_PASSWD$ $__SU_PASSWD__", 4096, "secret secret\n"},
       {"pwd; echo \"$OXU_VALUE\"", 4096, "/\nof the host\n"},
       {"read -r _ _ _ _ group _ < /proc/$$/stat; [ $group = $$ ] && echo leader", 4096, "leader\n"},
@@ -89,10 +81,7 @@ TEST(StartProcess, DeliversWhatTheCommandWritesUnchangedAndInOrder) {
     EXPECT_TRUE(child.process.isRunning());
     EXPECT_TRUE(child.eventuallyContains(row.output)) << child.get();
     EXPECT_EQ(child.wait(), 0);
-    EXPECT_LE(child.longestChunk, row.bufferSize);
   }
-  const StartProcess idle;
-  EXPECT_TRUE(idle.pid() == -1 && !idle.isRunning());
 }
 
 TEST(StartProcess, EndWakesTheReaderAndLeavesTheChildToFailOnItsNextWrite) {
@@ -207,23 +196,20 @@ TEST(StartProcess, ReportsEachFailureAndGoesOnWhereItCan) {
     SCOPED_TRACE(row.what);
     const support::DescriptorCapture standardError(STDERR_FILENO);
     support::LogCapture log;
-    std::string output;
     {
       const Fault fault(row.call, row.error, row.times, row.argument);
       Launched child("echo ran", row.bufferSize);
-      EXPECT_EQ(child.process.isRunning(), row.exitStatus >= 0);
       const int status = child.wait();
       EXPECT_EQ(status == -1 ? -1 : WEXITSTATUS(status), row.exitStatus);
-      EXPECT_EQ(child.process.pid() > 0, row.exitStatus >= 0);
+      EXPECT_TRUE(child.process.isRunning() == (status != -1) && (child.process.pid() > 0) == (status != -1));
       EXPECT_TRUE(child.eventuallyContains(row.output));
       if (row.log != nullptr && row.call != kWrite) {
         EXPECT_TRUE(support::eventually([&] { return log.messages().find(row.log) != std::string::npos; }));
       }
-      output = child.get();
+      EXPECT_EQ(child.get(), row.output);
     }
     const std::string messages = log.messages();
     const std::size_t firstRecord = std::min(messages.find("ERROR"), messages.size());
-    EXPECT_EQ(output.substr(0, output.find("Stop Process!")), row.output);
     const std::string terminal = standardError.text() + messages.substr(0, firstRecord);
     EXPECT_EQ(terminal, row.terminal != nullptr ? row.terminal : terminal);
     EXPECT_EQ(messages.substr(firstRecord), row.log != nullptr ? row.log : messages.substr(firstRecord));
@@ -278,13 +264,10 @@ TEST(Kill, EndsWholeGroupsAndSkipsProcessesThatAreGone) {
 TEST(Kill, ReportsWhatItCannotKill) {
   support::LogCapture log;
   const int self = getPid();
-  EXPECT_FALSE(StartProcess::kill(-1));
-  EXPECT_FALSE(StartProcess::kill(INT_MAX));
-  EXPECT_FALSE(StartProcess::kill(std::vector<int>{}));
+  EXPECT_FALSE(StartProcess::kill(-1) || StartProcess::kill(INT_MAX) || StartProcess::kill(std::vector<int>{}));
   EXPECT_TRUE(StartProcess::kill(std::vector<int>{INT_MAX}));
   const faults::Fault fault(faults::kSystem, ENOMEM);
-  EXPECT_FALSE(StartProcess::kill(self));
-  EXPECT_FALSE(StartProcess::kill({self, self}));
+  EXPECT_FALSE(StartProcess::kill(self) || StartProcess::kill({self, self}));
   EXPECT_EQ(log.messages(), support::filled("ERROR Invalid process id: -1.\n\n"
                                             "ERROR Failed to get pgid for pid: 2147483647.\n\n"
                                             "ERROR Invalid process id list.\n\n"

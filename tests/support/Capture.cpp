@@ -4,18 +4,11 @@
 
 #include <cstdio>
 
-#include "oxu/CApi.h"
-
 // A size that cannot be allocated is a null pointer here, as it is without the sanitizer.
 extern "C" const char* __asan_default_options() { return "allocator_may_return_null=1"; }
 extern "C" const char* __tsan_default_options() { return "allocator_may_return_null=1"; }
 
 namespace support {
-
-namespace {
-const std::string kEndMark = "end of log ";
-const std::string kReset = "\x1b[0m\n";
-}  // namespace
 
 bool eventually(const std::function<bool()>& condition) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
@@ -54,11 +47,8 @@ bool DescriptorCapture::eventuallyContains(const std::string& part) const {
   return eventually([&] { return text().find(part) != std::string::npos; });
 }
 
-LogCapture::LogCapture() : DescriptorCapture(STDOUT_FILENO) { install_log_task(); }
-
-LogCapture::~LogCapture() { uninstall_log_task(); }
-
 std::string LogCapture::messages() {
+  static const std::string kEndMark = "end of log ", kReset = "\x1b[0m\n";
   static int calls = 0;
   const std::string last = kEndMark + std::to_string(++calls);
   eventually([&] { return push_log(oxu::INFO, "%s", last.c_str()); });
@@ -76,20 +66,6 @@ std::string LogCapture::messages() {
     messages += text.substr(tag, stamp - tag) + " " + text.substr(message, end - message) + "\n";
   }
   return messages;
-}
-
-void SharedText::append(const std::string& text) {
-  const std::lock_guard<std::mutex> lock(m_mutex);
-  m_text += text;
-}
-
-std::string SharedText::get() const {
-  const std::lock_guard<std::mutex> lock(m_mutex);
-  return m_text;
-}
-
-bool SharedText::eventuallyContains(const std::string& text) const {
-  return eventually([&] { return get().find(text) != std::string::npos; });
 }
 
 std::string filled(std::string text, const std::vector<int>& numbers) {

@@ -3,11 +3,14 @@
 #define TESTS_SUPPORT_CAPTURE_H
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
+
+#include "oxu/CApi.h"
 
 namespace support {
 
@@ -26,16 +29,14 @@ class DescriptorCapture {
   bool eventuallyContains(const std::string& text) const;
 
  private:
-  int m_fd;
-  int m_saved;
-  int m_file;
+  int m_fd, m_saved, m_file;
 };
 
 // An installed logger, and its output.
 class LogCapture : public DescriptorCapture {
  public:
-  LogCapture();
-  ~LogCapture();
+  LogCapture() : DescriptorCapture(STDOUT_FILENO) { install_log_task(); }
+  ~LogCapture() { uninstall_log_task(); }
 
   // All that was pushed before: tag, blank, message and line feed of each record. What the host itself
   // printed stands in front of the record that followed.
@@ -45,9 +46,17 @@ class LogCapture : public DescriptorCapture {
 // A text that one thread appends to and another waits for.
 class SharedText {
  public:
-  void append(const std::string& text);
-  std::string get() const;
-  bool eventuallyContains(const std::string& text) const;
+  void append(const std::string& text) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_text += text;
+  }
+  std::string get() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_text;
+  }
+  bool eventuallyContains(const std::string& text) const {
+    return eventually([&] { return get().find(text) != std::string::npos; });
+  }
 
  private:
   mutable std::mutex m_mutex;
