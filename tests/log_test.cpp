@@ -31,17 +31,19 @@ TEST(RingBuffer, HoldsOneRecordLessThanThePowerOfTwoInTheRequest) {
 }
 
 // No more producers push at a time than the ring has room for: one that is refused is a fault. The records
-// carry producer and sequence number, so that loss, doubling and reordering show.
+// carry producer, sequence number and a fill byte made of both, so that loss, tearing and reordering show.
 TEST(RingBuffer, NeverRefusesARecordWithRoomInTheRing) {
   constexpr std::int64_t kRecords = 10000;
   Ring ring(8);
   std::atomic<int> room{7}, refused{0};
   std::vector<std::thread> producers;
+  const auto fillOf = [](const LogItem& item) { return static_cast<char>((item.seconds + item.milliseconds) % 251); };
   for (int producer = 0; producer < 8; ++producer) {
     producers.emplace_back([&, producer] {
       for (LogItem item = itemWith(0); item.seconds < kRecords; ++item.seconds) {
         for (; room.fetch_sub(1) <= 0; std::this_thread::yield()) ++room;
         item.milliseconds = producer;
+        std::memset(item.text, fillOf(item), sizeof item.text);
         while (!ring.push(item)) ++refused;
       }
     });
@@ -52,6 +54,7 @@ TEST(RingBuffer, NeverRefusesARecordWithRoomInTheRing) {
     while (!ring.pop(item)) std::this_thread::yield();
     ++room;
     ASSERT_EQ(item.seconds, next[item.milliseconds]++);
+    ASSERT_EQ(std::string(item.text, sizeof item.text), std::string(sizeof item.text, fillOf(item)));
   }
   for (std::thread& producer : producers) producer.join();
   EXPECT_TRUE(refused == 0 && ring.header()->count == 0) << refused;

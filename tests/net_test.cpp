@@ -100,8 +100,7 @@ TEST(Socket, ConfiguresTheHandleThatItTakesAndTakesOnlyOne) {
   }
   EXPECT_EQ(socket.dettach(), fd);
   EXPECT_EQ(socket.calls, "attached 1; detaching 1");
-  EXPECT_TRUE(socket.close());
-  EXPECT_EQ(::close(fd), 0);
+  EXPECT_TRUE(socket.close() && ::close(fd) == 0);
 }
 
 TEST(Socket, TakesAnyAddressForATextThatIsNoneAndKeepsTheHandleAfterAFailedBind) {
@@ -125,7 +124,7 @@ TEST(Socket, TakesAnyAddressForATextThatIsNoneAndKeepsTheHandleAfterAFailedBind)
 TEST(Socket, CarriesDatagramsWithTheirSender) {
   CSocket sockets[2];
   std::string ip = "kept";
-  unsigned short ports[2] = {7, 7};
+  unsigned short ports[2] = {7, 7}, sender = 0;
   char data[8] = {};
   for (int i : {0, 1}) {
     ASSERT_TRUE(sockets[i].initSocket(SOCK_DGRAM, kLoopback, 0, 0));
@@ -135,7 +134,6 @@ TEST(Socket, CarriesDatagramsWithTheirSender) {
   for (int i : {0, 1}) sockets[i].getSockName(ip, ports[i]);
   EXPECT_EQ(sockets[0].sendTo("hello", 5, kLoopback, ports[1], 0), 5);
   ASSERT_TRUE(os_socket_readable(sockets[1].handle(), 5000, nullptr, 0));
-  unsigned short sender = 0;
   EXPECT_EQ(sockets[1].receiveFrom(data, sizeof data, ip, sender, 0), 5);
   EXPECT_TRUE(std::string(data) == "hello" && ip == kLoopback && sender == ports[0]);
   EXPECT_EQ(sockets[1].receive(data, -1, 0), -1);

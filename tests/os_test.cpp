@@ -68,8 +68,7 @@ TEST(Wait, LastsItsTimeWhileSignalsArriveAndNoLongerThanNeeded) {
   struct sigaction action {};
   action.sa_handler = [](int) {};
   ::sigaction(SIGALRM, &action, nullptr);
-  const itimerval every{{0, 5000}, {0, 5000}};
-  const itimerval off{};
+  const itimerval every{{0, 5000}, {0, 5000}}, off{};
   int ends[2], result = 7;
   ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
   ::setitimer(ITIMER_REAL, &every, nullptr);
