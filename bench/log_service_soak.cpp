@@ -20,7 +20,7 @@
 namespace {
 
 constexpr int kClientsAtOnce = 8;
-constexpr long kMostBytesKept = 256;  // of a connection
+constexpr long kMostBytesKept = 128;  // of a connection
 
 // Of the whole process.
 struct Figures {
