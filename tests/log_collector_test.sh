@@ -83,9 +83,11 @@ closed_connections 3
 send() { exec 3<>"/dev/tcp/$ip/$port"; for bytes in "$@"; do printf "$bytes" >&3; sleep 0.02; done; exec 3>&-; }
 send '\x0a' '\0' '\0' '\0\x01' '\x02' '\0a' 'b12\n' '34' '\x0a\0\0\0\x01\x03'
 send '\xff\xff\xff\xff rubbish'
-closed_connections 5
+# Control characters could write lines of their own.
+send '\x0d\0\0\0\x01\x04\0c\xc2\x9bd\x1b[2K\t\n'
+closed_connections 6
 stop_collector
-for text in 'flood    | 20000' 'stream   | 1' 'redirect | last words' 'ab       | 12' 'ended within a frame' 'brings no frames'; do
+for text in 'flood    | 20000' 'stream   | 1' 'redirect | last words' 'ab       | 12' $'c?d      | ?[2K\t' 'ended within a frame' 'brings no frames'; do
   expect "print" "$work/collector" "$text"
 done
 summary=$(tail -n 1 "$work/collector")

@@ -15,12 +15,22 @@ constexpr std::size_t kShortestLabel = 8;
 constexpr std::size_t kLongestLabel = 40;
 constexpr std::size_t kLongestLine = 900;
 
+// Puts a ? in place of each control character but the tab, those of two bytes in UTF-8 included.
+void replaceControls(std::string& text) {
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const auto byte = static_cast<unsigned char>(text[at]);
+    if ((byte < 0x20 && byte != '\t') || byte == 0x7f) text[at] = '?';
+    const int next = at + 1 < text.size() ? static_cast<unsigned char>(text[at + 1]) : 0;
+    if (byte == 0xc2 && next >= 0x80 && next < 0xa0) text.replace(at, 2, "?");
+  }
+}
+
 }  // namespace
 
-LinePrinter::LinePrinter(const std::string& name) : m_label(name.substr(0, kLongestLabel)) {
+LinePrinter::LinePrinter(const std::string& name, Controls controls)
+    : m_label(name.substr(0, kLongestLabel)), m_controls(controls) {
   // A name that comes over the network could write lines of its own.
-  std::replace_if(
-      m_label.begin(), m_label.end(), [](unsigned char byte) { return byte < 0x20 || byte == 0x7f; }, '?');
+  replaceControls(m_label);
   m_label.resize(std::max(m_label.size(), kShortestLabel), ' ');
 }
 
@@ -45,6 +55,7 @@ void LinePrinter::finish() {
 
 void LinePrinter::print(std::string line) {
   ++m_lines;
+  if (m_controls == Controls::kReplaced) replaceControls(line);
   std::replace(line.begin(), line.end(), '\0', '?');
   logLine(oxu::INFO, m_label + " | " + line);
 }

@@ -7,10 +7,13 @@
 
 namespace common {
 
+// Whether control characters are printed: a terminal obeys them.
+enum class Controls { kKept, kReplaced };
+
 // Used by one thread at a time, but for lines().
 class LinePrinter {
  public:
-  explicit LinePrinter(const std::string& name);
+  LinePrinter(const std::string& name, Controls controls);
 
   // Logs the lines that are complete now. A line that is too long for a record is logged in pieces.
   void add(const std::string& text);
@@ -24,6 +27,7 @@ class LinePrinter {
   void print(std::string line);
 
   std::string m_label;
+  Controls m_controls;
   std::string m_unfinished;
   std::atomic<unsigned long> m_lines{0};
 };

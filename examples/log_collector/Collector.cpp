@@ -8,6 +8,13 @@
 
 namespace collector {
 
+namespace {
+
+constexpr std::size_t kMostNames = 1000;
+const std::string kOthers = "others";
+
+}  // namespace
+
 // The stream of one connection: its frames, and under each name the line that is not complete yet.
 class Collector::Connection {
  public:
@@ -33,10 +40,11 @@ class Collector::Connection {
  private:
   void take(const Frame& frame) {
     if (frame.type != common::kOutputFrame) return;
-    common::LinePrinter& printer = m_printers.try_emplace(frame.name, frame.name).first->second;
+    const std::string name = m_collector.admitted(frame.name);
+    common::LinePrinter& printer = m_printers.try_emplace(name, name, common::Controls::kReplaced).first->second;
     const unsigned long before = printer.lines();
     printer.add(frame.body);
-    m_collector.count(frame.name, {1, frame.body.size(), printer.lines() - before});
+    m_collector.count(name, {1, frame.body.size(), printer.lines() - before});
   }
 
   void finish(const std::string& name, common::LinePrinter& printer) {
@@ -62,6 +70,12 @@ Collector::Collector() {
 bool Collector::start(const common::Address& address) {
   m_service.startServer(address.ip, static_cast<short>(address.port));
   return m_service.port() != 0;
+}
+
+std::string Collector::admitted(const std::string& name) {
+  const std::lock_guard<std::mutex> lock(m_mutex);
+  if (m_totals.size() < kMostNames) m_totals[name];
+  return m_totals.count(name) != 0 ? name : kOthers;
 }
 
 void Collector::count(const std::string& name, const Total& more) {

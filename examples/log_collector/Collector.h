@@ -36,6 +36,8 @@ class Collector {
   };
   class Connection;
 
+  // The name under which to print and count; those of a sender that never uses one twice go together.
+  std::string admitted(const std::string& name);
   void count(const std::string& name, const Total& more);
 
   std::mutex m_mutex;

@@ -11,7 +11,8 @@ namespace {
 constexpr std::size_t kTypeAt = 4;
 constexpr std::size_t kNameLengthAt = 5;
 constexpr std::size_t kNameAt = 7;
-constexpr std::uint32_t kLongest = 16 << 20;
+constexpr std::uint32_t kLongest = 1 << 20;
+constexpr std::uint16_t kLongestName = 255;
 
 template <typename Number>
 Number numberAt(const char* bytes) {
@@ -39,7 +40,7 @@ bool FrameReader::takeFrame(std::size_t& at) {
   const char* bytes = m_bytes.data() + at;
   const auto length = numberAt<std::uint32_t>(bytes);
   const auto nameLength = numberAt<std::uint16_t>(bytes + kNameLengthAt);
-  m_is_sound = length <= kLongest && length >= kNameAt - kTypeAt + nameLength;
+  m_is_sound = length <= kLongest && nameLength <= kLongestName && length >= kNameAt - kTypeAt + nameLength;
   if (!m_is_sound || available < kTypeAt + length) return false;
   const std::size_t bodyAt = kNameAt + nameLength;
   m_on_frame({static_cast<unsigned char>(bytes[kTypeAt]), std::string(bytes + kNameAt, nameLength),

@@ -19,7 +19,8 @@ class FrameReader {
   explicit FrameReader(std::function<void(const Frame&)> onFrame) : m_on_frame(std::move(onFrame)) {}
 
   // Takes the next bytes of the stream, however it was split, and hands on the frames that they complete. False, from
-  // then on, for a stream that cannot be right: a name that is longer than its frame, or a frame of more than 16 MiB.
+  // then on, for a stream that cannot be right: a name that is longer than its frame or 255 bytes, or a frame of more
+  // than 1 MiB.
   bool feed(const char* data, std::size_t size);
 
   // How many bytes of an incomplete frame there are.

@@ -38,8 +38,9 @@ int collect(const common::Address& address) {
     common::becomeImpatient();
     collector.stop();
   }
-  common::finishLog();
+  const unsigned long givenUp = common::finishLog();
   uninstall_log_task();
+  if (givenUp != 0) std::cerr << givenUp << " lines were not printed, the console being too slow\n";
   if (!isListening) return kExitFailure;
   std::cout << collector.summary().toString() << std::endl;
   return std::cout ? 0 : kExitFailure;

@@ -88,9 +88,12 @@ void Job::waitForRestOfOutput() {
 }
 
 void Job::capture(const std::string& chunk) {
-  if (m_ending) return captureLastWords(chunk);
   m_capturing = true;
-  pass(chunk);
+  if (m_ending) {
+    captureLastWords(chunk);
+  } else {
+    pass(chunk);
+  }
   m_capturing = false;
 }
 
@@ -98,9 +101,16 @@ void Job::captureLastWords(const std::string& chunk) {
   const std::size_t unsearched = m_last_words.size() - std::min(m_last_words.size(), kMark.size());
   m_last_words += chunk;
   const std::size_t at = m_has_mark ? std::string::npos : m_last_words.find(kMark, unsearched);
-  if (at == std::string::npos) return;
-  m_last_words.erase(at, kMark.size());
-  m_has_mark = true;
+  if (at != std::string::npos) {
+    m_last_words.erase(at, kMark.size());
+    m_has_mark = true;
+  }
+  // What was left running can write for as long as the mark takes. Only what may be the beginning of the mark, or of the
+  // text that ends the capture, waits.
+  constexpr std::size_t kKept = 128;
+  if (m_last_words.size() <= kKept) return;
+  pass(m_last_words.substr(0, m_last_words.size() - kKept));
+  m_last_words.erase(0, m_last_words.size() - kKept);
 }
 
 void Job::pass(const std::string& text) {

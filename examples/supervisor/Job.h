@@ -22,7 +22,7 @@ class Job {
 
   // Gives what the command writes to the forwarder, which outlives the job.
   Job(JobConfig config, Forwarder& forwarder)
-      : m_config(std::move(config)), m_forwarder(forwarder), m_printer(m_config.name) {}
+      : m_config(std::move(config)), m_forwarder(forwarder), m_printer(m_config.name, common::Controls::kKept) {}
 
   // Launches the command, with the password where it is to run as root; false when that failed.
   bool start(const std::string& password);
@@ -59,7 +59,7 @@ class Job {
   std::atomic<bool> m_ending{false};
   std::atomic<bool> m_capturing{false};
   std::atomic<bool> m_has_mark{false};
-  std::string m_last_words;  // what came once the end had begun
+  std::string m_last_words;  // the end of what came once the end had begun
   std::atomic<unsigned long> m_bytes{0};
   int m_pid = -1;
   int m_starts = 0;
