@@ -1,16 +1,15 @@
 #include "os/os_socket.h"
 
-#include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <cstdint>
 
 #include "os/os_descriptor.h"
 #include "os/os_thread.h"
@@ -19,9 +18,10 @@ namespace {
 
 constexpr int kFailurePauseMs = 10;
 
-// Best effort, and without a lock, so that a forked child meets none that is held for ever: whoever takes the reserve
-// out is the one to close it, and whoever finds none puts a new one in.
-std::atomic<int> reserve{-1};
+// A descriptor to be given up where no other is free, identified, or 0. Best effort, and without a lock, so that a forked
+// child meets none that is held for ever: whoever takes the reserve out is the one to close it, and whoever finds none
+// puts a new one in.
+std::atomic<std::uint64_t> reserve{0};
 std::atomic<int> users{0};
 
 thread_local int lastError = 0;
@@ -50,19 +50,27 @@ int taken(int fd) {
   return failed(EMFILE);
 }
 
+// The low bits of a socket's inode, which tell it from what gets its number later, and the number. 0 for what is no open
+// socket.
+std::uint64_t identified(int fd) {
+  struct stat status {};
+  if (::fstat(fd, &status) != 0 || !S_ISSOCK(status.st_mode)) return 0;
+  return std::uint64_t{status.st_ino} << 32 | static_cast<std::uint32_t>(fd);
+}
+
 void fillReserve() {
-  if (reserve != -1) return;
-  const int fd = os_descriptor_off_standard(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-  int none = -1;
-  if (!reserve.compare_exchange_strong(none, fd)) ::close(fd);
+  if (reserve != 0) return;
+  const int fd = os_descriptor_off_standard(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  std::uint64_t none = 0;
+  if (!reserve.compare_exchange_strong(none, identified(fd))) ::close(fd);
 }
 
 // False when there is none. A host that closes every descriptor, as daemons do, has closed the reserve too, and may
 // have given its number to a file of its own: that is left alone.
 bool emptyReserve() {
-  const int fd = reserve.exchange(-1);
-  struct stat status {};
-  if (fd == -1 || ::fstat(fd, &status) != 0 || status.st_rdev != makedev(1, 3)) return false;
+  const std::uint64_t held = reserve.exchange(0);
+  const auto fd = static_cast<int>(held & UINT32_MAX);
+  if (held == 0 || identified(fd) != held) return false;
   ::close(fd);
   return true;
 }

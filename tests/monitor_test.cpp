@@ -114,7 +114,7 @@ TEST(ProcessMonitor, ReportsFailedChecksAndTakesTheProcessAsRunning) {
     bool result;
     const char* message;
   } rows[] = {
-      {kWaitpid, ECHILD, false, "ERROR [ProcessMonitor]waitpid(#) failed: No child processes\n\n"},
+      {kWait, ECHILD, false, "ERROR [ProcessMonitor]waitpid(#) failed: No child processes\n\n"},
       {kStat, ENOENT, false, ""},
       {kStat, EACCES, true, noPermission},
       {kStat, EPERM, true, noPermission},

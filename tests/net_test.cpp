@@ -227,6 +227,16 @@ TEST(SocketAccept, RefusesAConnectionThatNoDescriptorIsFreeFor) {
   }));
 }
 
+TEST(SocketAccept, LeavesAFileOfTheHostsThatHasTheNumberOfTheReserve) {
+  EXPECT_TRUE(support::holdsInChild([] {
+    auto* const socket = new CSocket;
+    ::closefrom(STDERR_FILENO + 1);
+    for (int i = 0; i < 64; ++i) ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    const int before = openDescriptors();
+    return socket->releaseRef() == 0 && openDescriptors() == before;
+  }));
+}
+
 // A thread of the service stands for a connection: all are open until the end.
 TEST(LogService, DeliversWhatEachOfManyClientsSendsByteForByte) {
   const support::DescriptorCapture out(STDOUT_FILENO), err(STDERR_FILENO);
@@ -345,6 +355,12 @@ int withoutDescriptors(Peer& peer) {
   return client.connect(kLoopback, peer.triedPort);
 }
 
+int withoutPort(Peer& peer) {
+  const faults::Fault fault(faults::kBind, EADDRINUSE);
+  LogServiceClient client;
+  return client.connect(kLoopback, peer.triedPort);
+}
+
 // What each case returns, and prints on standard error: a # stands for the port. A text without a line end is the
 // beginning of what is printed, for cases in which the system may tell of a failure sooner or later.
 TEST(LogServiceClient, ReportsEachFailure) {
@@ -375,6 +391,7 @@ TEST(LogServiceClient, ReportsEachFailure) {
        notConnected + "  \n"},
       {"no descriptor", withoutDescriptors, -2,
        prefix + "Socket initialization failed. ret = 24\n" + notConnected + ". ret = 9\n"},
+      {"no port", withoutPort, -2, prefix + "Socket initialization failed. ret = 98\n" + notConnected + ". ret = 9\n"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);

@@ -106,7 +106,7 @@ TEST(StartProcess, AnnouncesWhatItRunsAndNeverRepeatsTheHostsOwnText) {
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     std::printf("half a line of the host");
     ::setenv("OXU_A", "1", 1);
-    const faults::Fault fault(faults::kSetpgid, EPERM);
+    const faults::Fault fault(faults::kPgid, EPERM);
     Launched child("echo done", 4096, "OXU_A", "/");
     const std::string text = support::filled(
         "Child process(#) setpgid failed: Operation not permitted\nexport OXU_A=1;\ncd /;\necho done\ndone\n",
@@ -182,8 +182,8 @@ TEST(StartProcess, ReportsEachFailureAndGoesOnWhereItCan) {
       {"F_SETFD", kFcntl, EINVAL, kEveryTime, F_SETFD, 0, "", "", "ran\n"},
       {"dup2 to 1", kDup2, EBUSY, kEveryTime, 1, 1, "dup2 failed: Device or resource busy\n", "", ""},
       {"dup2 to 2", kDup2, EBUSY, kEveryTime, 2, 1, "dup2 failed: Device or resource busy\n", "", ""},
-      {"setpgid", kSetpgid, EPERM, kEveryTime, kAnyArgument, 0, "", "", "ran\n"},
-      {"execvp", kExecvp, ENOENT, 1, kAnyArgument, 1, "", "", "execvp failed: No such file or directory\n"},
+      {"setpgid", kPgid, EPERM, kEveryTime, kAnyArgument, 0, "", "", "ran\n"},
+      {"execvp", kExec, ENOENT, 1, kAnyArgument, 1, "", "", "execvp failed: No such file or directory\n"},
       {"select", kSelect, ENOMEM, 1, kAnyArgument, 0, "", "ERROR Select error: Cannot allocate memory\n", ""},
       {"select, by a signal", kSelect, EINTR, 3, kAnyArgument, 0, "", "", "ran\n"},
       {"read", kRead, EIO, 1, kAnyArgument, 0, "", "ERROR Read pipe error: Input/output error\n", ""},

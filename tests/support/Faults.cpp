@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 #include <sys/select.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 
@@ -49,14 +50,15 @@ using Run = void* (*)(void*);
 WRAP(kPipe, 0, -1, int, pipe, (int* fds), (fds))
 WRAP(kFork, 0, -1, pid_t, fork, (), ())
 WRAP(kDup2, to, -1, int, dup2, (int from, int to), (from, to))
-WRAP(kSetpgid, 0, -1, int, setpgid, (pid_t pid, pid_t group), (pid, group))
-WRAP(kExecvp, 0, -1, int, execvp, (const char* file, char* const* argv), (file, argv))
+WRAP(kPgid, 0, -1, int, setpgid, (pid_t pid, pid_t group), (pid, group))
+WRAP(kExec, 0, -1, int, execvp, (const char* file, char* const* argv), (file, argv))
 WRAP(kSelect, 0, -1, int, select, (int n, fd_set* r, fd_set* w, fd_set* e, timeval* t), (n, r, w, e, t))
 WRAP(kRead, 0, -1, ssize_t, read, (int fd, void* data, size_t size), (fd, data, size))
 WRAP(kWrite, 0, -1, ssize_t, write, (int fd, const void* data, size_t size), (fd, data, size))
-WRAP(kWaitpid, 0, -1, pid_t, waitpid, (pid_t pid, int* status, int flags), (pid, status, flags))
+WRAP(kWait, 0, -1, pid_t, waitpid, (pid_t pid, int* status, int flags), (pid, status, flags))
 WRAP(kStat, 0, -1, int, stat, (const char* path, struct stat* status), (path, status))
 WRAP(kSystem, 0, -1, int, system, (const char* line), (line))
+WRAP(kBind, 0, -1, int, bind, (int fd, const sockaddr* address, socklen_t size), (fd, address, size))
 WRAP(kThread, 0, errno, int, pthread_create, (pthread_t * id, const pthread_attr_t* how, Run run, void* argument),
      (id, how, run, argument))
 
