@@ -45,7 +45,7 @@ class OXU_EXPORT LogService {
   void startServer(const std::string& ip, short port);
 
   /// Ends and joins every thread and closes the listening socket. Takes about a second, and as long as running
-  /// callbacks take. Bytes that no thread has received yet are lost.
+  /// callbacks take, and a console that stands still. Bytes that no thread has received yet are lost.
   void stopServer();
 
   /// The port that the server listens on; 0 when it does not.
