@@ -85,11 +85,11 @@ send '\x0a' '\0' '\0' '\0\x01' '\x02' '\0a' 'b12\n' '34' '\x0a\0\0\0\x01\x03'
 send '\xff\xff\xff\xff rubbish'
 # Control characters could write lines of their own.
 send '\x0d\0\0\0\x01\x04\0c\xc2\x9bd\x1b[2K\t\n'
-closed_connections 6
-stop_collector
-for text in 'flood    | 20000' 'stream   | 1' 'redirect | last words' 'ab       | 12' $'c?d      | ?[2K\t' 'ended within a frame' 'brings no frames'; do
+for text in 'flood    | 20000' 'stream   | 20000' 'redirect | last words' 'ab       | 12' $'c?d      | ?[2K\t' 'ended within a frame' 'brings no frames'; do
   expect "print" "$work/collector" "$text"
 done
+closed_connections 6
+stop_collector
 summary=$(tail -n 1 "$work/collector")
 for entry in '"bytes":108894,"frames":[0-9]*,"lines":20000,"name":"flood"' \
   '"bytes":108894,"frames":[0-9]*,"lines":20000,"name":"stream"' '"bytes":11,"frames":1,"lines":1,"name":"quo\\"te"' \
