@@ -20,7 +20,7 @@ int notSent(int result) {
 }  // namespace
 
 // The only place where a handle is made: after close, or a failed connection, a new client is needed. A socket that could
-// not be bound still holds its handle, and would work after all that has been printed.
+// not be bound still holds its handle, and would connect in spite of what has been printed: it is closed.
 LogServiceClient::LogServiceClient() : m_socket(*new CSocket) {
   if (m_socket.initSocket(SOCK_STREAM, "", 0, 0)) return;
   printStatus(stderr, "[LogServiceClient]Socket initialization failed. ret = %d\n", os_socket_get_errno_code());

@@ -48,8 +48,8 @@ class Collector::Lines {
 // waits for the console here.
 class Collector::Connection {
  public:
-  Connection(WorkQueue& queue, Collector& collector)
-      : m_queue(queue),
+  explicit Connection(Collector& collector)
+      : m_queue(collector.m_queue),
         m_lines(std::make_shared<Lines>(collector)),
         m_reader([this](const Frame& frame) { take(frame); }) {}
 
@@ -85,7 +85,7 @@ class Collector::Connection {
 Collector::Collector() {
   // Each connection has a thread of its own, so an object of the thread is one of the connection.
   m_service.m_callback = [this](const char* data, int length) {
-    thread_local Connection connection(m_queue, *this);
+    thread_local Connection connection(*this);
     connection.take(data, length);
   };
 }

@@ -3,6 +3,7 @@
 #define LOG_COLLECTOR_WORKQUEUE_H
 
 #include <condition_variable>
+#include <cstddef>
 #include <deque>
 #include <functional>
 #include <mutex>

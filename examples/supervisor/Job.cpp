@@ -70,15 +70,18 @@ void Job::endGroup() const {
 }
 
 // What the process wrote last may still be in the pipe. Another shell writes a mark behind it, and waits for room
-// where the pipe is full: all that was in front of the mark has been delivered when the mark has.
+// where the pipe is full: all that was in front of the mark has been delivered when the mark has. Where more comes than a
+// pipe holds, that is by something that was left running, and the rest of the process's output has come with it.
 void Job::waitForRestOfOutput() {
   constexpr std::chrono::seconds kLongest(2);
+  constexpr unsigned long kMostInPipe = 1 << 20;
   m_has_mark = false;
   m_ending = true;
+  const unsigned long enough = m_bytes + kMostInPipe + m_config.buffer;
   const int shell = m_process->addProcess("", "", "exec >/dev/stdout; printf %s '" + kMark + "'", "", false);
   if (shell == -1) return;
   Clock::time_point deadline = Clock::now() + kLongest;
-  while (!m_has_mark && Clock::now() < deadline) {
+  while (!m_has_mark && m_bytes < enough && Clock::now() < deadline) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
     // What waits for the console has all the time that it needs.
     if (m_capturing) deadline = Clock::now() + kLongest;

@@ -44,8 +44,8 @@ class OXU_EXPORT LogService {
   /// all the same.
   void startServer(const std::string& ip, short port);
 
-  /// Ends and joins every thread and closes the listening socket. Takes about a second, and as long as running
-  /// callbacks take, and a console that stands still. Bytes that no thread has received yet are lost.
+  /// Ends and joins every thread and closes the listening socket. Takes about a second, longer where a callback
+  /// runs on or standard output or error takes no lines. Bytes that no thread has received yet are lost.
   void stopServer();
 
   /// The port that the server listens on; 0 when it does not.
