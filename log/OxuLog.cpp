@@ -1,9 +1,5 @@
 #include "log/OxuLog.h"
 
-#include <fcntl.h>
-#include <poll.h>
-#include <unistd.h>
-
 #include <cstdio>
 #include <ctime>
 #include <limits>
@@ -18,6 +14,8 @@ constexpr std::uint64_t kRingSlots = 128;
 constexpr std::int32_t kIdlePauseNs = 10000000;
 constexpr std::int32_t kNanosecondsPerMillisecond = 1000000;
 constexpr int kCoreThreadPriority = 2;
+// A tag, a time stamp, a message and the reset of the colour.
+constexpr std::size_t kMaxLineBytes = sizeof(LogItem::text) + 128;
 }  // namespace
 
 std::atomic<CLog*> CLog::m_pInstance{nullptr};
@@ -39,9 +37,9 @@ CLog::CLog()
       m_running(true),
       m_thread(0),
       m_interval(kIdlePauseNs),
+      m_console(m_running),
       m_converted_second(std::numeric_limits<std::int64_t>::min()),
-      m_second_text(),
-      m_console_blocks(true) {
+      m_second_text() {
   os_thread_create(&m_thread, _coreThread, this, kCoreThreadPriority, 0);
 }
 
@@ -59,9 +57,8 @@ LogLevel CLog::getLogLevel() const { return m_level.load(std::memory_order_relax
 bool CLog::pushLogItem(LogItem& item) { return m_ring.push(item); }
 
 void* CLog::_coreThread(void* log) {
-  // A signal handler that runs here would cut a write short, and stdio drops what is left of it.
-  // With SIGPIPE blocked, a standard output whose reader has gone is a failed write and not the
-  // host's end.
+  // A handler of the host's must not wait for the console. With SIGPIPE blocked, a standard output whose reader has gone
+  // is a failed write and not the host's end.
   os_signal_block_all();
   auto* self = static_cast<CLog*>(log);
   LogItem item;
@@ -77,15 +74,14 @@ void* CLog::_coreThread(void* log) {
 
 void CLog::_printLog(LogItem& item) {
   if (item.seconds != m_converted_second || m_second_text[0] == '\0') startSecond(item.seconds);
-  if (!m_console_blocks) waitForConsole();
-  char stamp[64] = {};
-  std::snprintf(stamp, sizeof stamp, "%s%03d] ", m_second_text, static_cast<int>(item.milliseconds));
-  std::printf("%s %s %s\x1b[0m\n", _levelStr(item.level), stamp, item.text);
-  std::fflush(stdout);
+  char line[kMaxLineBytes];
+  const int size = std::snprintf(line, sizeof line, "%s %s%03d]  %s\x1b[0m\n", _levelStr(item.level), m_second_text,
+                                 static_cast<int>(item.milliseconds), item.text);
+  m_console.write(line, static_cast<std::size_t>(size));
 }
 
-// What need not be found out for each record is found out for each second of log time. The text is that of
-// localtime, which makes a system call or two to keep up with a changed time zone.
+// Done once per second of log time, not once per record: localtime's text takes a system call or two, to keep up with a
+// changed time zone.
 void CLog::startSecond(std::int64_t seconds) {
   const std::time_t time = seconds;
   std::tm local{};
@@ -95,16 +91,6 @@ void CLog::startSecond(std::int64_t seconds) {
   std::snprintf(m_second_text, sizeof m_second_text, "[%04ld-%02d-%02d %02d:%02d:%02d.", local.tm_year + 1900L,
                 local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
   m_converted_second = seconds;
-  const int flags = ::fcntl(STDOUT_FILENO, F_GETFL);
-  m_console_blocks = flags == -1 || (flags & O_NONBLOCK) == 0;
-}
-
-// A standard output that does not block, such as that of a command launched by this library, refuses what it has
-// no room for, and stdio drops what is refused. A pipe with room takes a whole line.
-void CLog::waitForConsole() const {
-  pollfd console{STDOUT_FILENO, POLLOUT, 0};
-  while (m_running && ::poll(&console, 1, m_interval / kNanosecondsPerMillisecond) == 0) {
-  }
 }
 
 const char* CLog::_levelStr(LogLevel level) {

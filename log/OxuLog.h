@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cstdint>
 
+#include "log/Console.h"
 #include "log/LogItem.h"
 #include "log/RingBuffer.h"
 #include "os/os_thread.h"
@@ -44,7 +45,6 @@ class CLog {
   static const char* _levelStr(LogLevel level);
   void _printLog(LogItem& item);
   void startSecond(std::int64_t seconds);
-  void waitForConsole() const;
 
   static std::atomic<CLog*> m_pInstance;
 
@@ -54,11 +54,10 @@ class CLog {
   os_thread_handle m_thread;
   std::int32_t m_interval;  // nanoseconds
 
-  // The core thread's alone: the second converted last, the front part of its time stamps, and whether standard
-  // output was a blocking one at its start.
+  // The core thread's alone: the console, the second converted last, and the front part of its time stamps.
+  Console m_console;
   std::int64_t m_converted_second;
   char m_second_text[48];
-  bool m_console_blocks;
 };
 
 }  // namespace oxu

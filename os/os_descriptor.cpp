@@ -10,3 +10,12 @@ int os_descriptor_off_standard(int fd) {
   ::close(fd);
   return moved;
 }
+
+bool os_descriptor_pipe(int (&fds)[2]) {
+  if (::pipe(fds) != 0) return false;
+  for (int& end : fds) {
+    end = os_descriptor_off_standard(end);
+    ::fcntl(end, F_SETFD, FD_CLOEXEC);
+  }
+  return true;
+}

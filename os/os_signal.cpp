@@ -33,6 +33,35 @@ void os_signal_block_all() {
   ::pthread_sigmask(SIG_SETMASK, &set, nullptr);
 }
 
+os_signal_all_guard::os_signal_all_guard() : m_previous(), m_cancel_state(PTHREAD_CANCEL_ENABLE) {
+  ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_cancel_state);
+  sigset_t set;
+  sigfillset(&set);
+  ::pthread_sigmask(SIG_SETMASK, &set, &m_previous);
+}
+
+os_signal_all_guard::~os_signal_all_guard() {
+  const int error = errno;
+  ::pthread_sigmask(SIG_SETMASK, &m_previous, nullptr);
+  ::pthread_setcancelstate(m_cancel_state, nullptr);
+  errno = error;
+}
+
+void os_signal_reset_for_exec() {
+  for (int signal = 1; signal < NSIG; ++signal) {
+    struct sigaction action {};
+    // Fails for the signals that the C library keeps to itself.
+    if (::sigaction(signal, nullptr, &action) == -1 || action.sa_handler == SIG_DFL) continue;
+    if (action.sa_handler == SIG_IGN && signal != SIGPIPE) continue;
+    action = {};
+    action.sa_handler = SIG_DFL;
+    ::sigaction(signal, &action, nullptr);
+  }
+  sigset_t none;
+  sigemptyset(&none);
+  ::pthread_sigmask(SIG_SETMASK, &none, nullptr);
+}
+
 os_signal_pipe_guard::os_signal_pipe_guard() : m_previous(), m_was_pending(isPipeSignalPending()) {
   const sigset_t set = pipeSignal();
   ::pthread_sigmask(SIG_BLOCK, &set, &m_previous);

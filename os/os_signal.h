@@ -8,6 +8,24 @@
 // (SIGSEGV and the like), which a host's crash handler must still see.
 void os_signal_block_all();
 
+// While it lives, no signal reaches the calling thread, and no request to cancel the thread ends it. A child that the
+// thread makes meanwhile begins with all signals blocked.
+class os_signal_all_guard {
+ public:
+  os_signal_all_guard();
+  ~os_signal_all_guard();
+  os_signal_all_guard(const os_signal_all_guard&) = delete;
+  os_signal_all_guard& operator=(const os_signal_all_guard&) = delete;
+
+ private:
+  sigset_t m_previous;
+  int m_cancel_state;
+};
+
+// For a child right before it executes a program: signals that the parent handles get their default action, and so does
+// an ignored SIGPIPE; other ignored signals stay ignored. Then nothing is blocked any more. Makes system calls only.
+void os_signal_reset_for_exec();
+
 // While it lives, a write of this thread to a pipe or socket without a reader fails with EPIPE and
 // raises no SIGPIPE. The host's handlers and the mask of before are left as they were.
 class os_signal_pipe_guard {

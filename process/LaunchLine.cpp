@@ -1,16 +1,21 @@
 #include "process/LaunchLine.h"
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <sstream>
-
-#include "process/RootPrivilege.h"
+#include <string_view>
 
 namespace oxu {
 
 namespace {
 
-const std::string kPlaceholder = "$SU_PASSWD$";
-const std::string kPlaceholderValue = "\"$__SU_PASSWD__\"";
+// Constants that need no construction: a static object of the host may launch before this file's own are made.
+constexpr std::string_view kPlaceholder = "$SU_PASSWD$";
+constexpr char kPasswordVariable[] = "__SU_PASSWD__";
+
+// The password, as the shell reads it.
+std::string passwordReference() { return std::string("\"$") + kPasswordVariable + "\""; }
 
 std::string trimmed(const std::string& text) {
   const char* const blanks = " \n\r\t";
@@ -25,10 +30,11 @@ std::string exportStatement(const std::string& name) {
 }
 
 std::string withPlaceholdersReplaced(std::string command) {
+  const std::string reference = passwordReference();
   std::size_t at = command.find(kPlaceholder);
   while (at != std::string::npos) {
-    command.replace(at, kPlaceholder.size(), kPlaceholderValue);
-    at = command.find(kPlaceholder, at + kPlaceholderValue.size());
+    command.replace(at, kPlaceholder.size(), reference);
+    at = command.find(kPlaceholder, at + reference.size());
   }
   return command;
 }
@@ -38,16 +44,36 @@ std::string withPlaceholdersReplaced(std::string command) {
 LaunchLine makeLaunchLine(const std::string& workDir, const std::string& envNames, const std::string& command,
                           const std::string& password, bool needRoot) {
   LaunchLine line;
+  const auto announce = [&line](const std::string& statement) {
+    line.announcements.push_back(statement + "\n");
+    line.shellLine += statement;
+  };
   std::istringstream names(envNames);
-  for (std::string name; std::getline(names, name, ',');) {
-    line.announcements.push_back(exportStatement(trimmed(name)));
-  }
-  if (!workDir.empty()) line.announcements.push_back("cd " + workDir + ";");
-  for (const std::string& statement : line.announcements) line.shellLine += statement;
-  line.announcements.push_back(command);
+  for (std::string name; std::getline(names, name, ',');) announce(exportStatement(trimmed(name)));
+  if (!workDir.empty()) announce("cd " + workDir + ";");
+  line.announcements.push_back(command + "\n");
   line.shellLine += needRootPrivilege(needRoot) ? wrapForSudo(command) : withPlaceholdersReplaced(command);
-  line.passwordEntry = std::string(kPasswordVariable) + "=" + password;
+  line.passwordEntry = kPasswordVariable + ("=" + password);
   return line;
+}
+
+bool needRootPrivilege(bool need) { return need && ::geteuid() != 0; }
+
+std::string wrapForSudo(const std::string& command) {
+  const std::string prefix = "echo " + passwordReference() + " | sudo -S -E ";
+  std::string wrapped;
+  std::size_t begin = command.find_first_not_of(';');
+  while (begin != std::string::npos) {
+    const std::size_t end = command.find(';', begin);
+    wrapped += prefix + command.substr(begin, end - begin) + ";";
+    begin = command.find_first_not_of(';', end);
+  }
+  return wrapped;
+}
+
+std::string addRootPrivilege(const std::string& command, const std::string& password) {
+  ::setenv(kPasswordVariable, password.c_str(), 1);
+  return wrapForSudo(command);
 }
 
 }  // namespace oxu

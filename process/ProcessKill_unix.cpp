@@ -11,10 +11,22 @@ namespace oxu {
 
 namespace {
 
-// The shells run in the background, so that system() returns once the outer one has started.
-const char* const kTail = "\" &";
+// -1, with a message, where there is no such process.
+int groupOf(int pid) {
+  const int pgid = ::getpgid(pid);
+  if (pgid == -1) push_log(ERROR, "Failed to get pgid for pid: %d.\n", pid);
+  return pgid;
+}
 
-std::string sudoHead(const std::string& password) { return "bash -c \"echo '" + password + "' | sudo -S "; }
+std::string killCommand(int pgid) { return "kill -9 -- -" + std::to_string(pgid); }
+
+// Runs the commands, the first of them as root, in a shell in the background: system() returns once that has been
+// started. A null password is an empty one.
+bool startShell(const std::string& commands, const std::string* password) {
+  std::string line = "bash -c \"";
+  if (::geteuid() != 0) line += "echo '" + (password != nullptr ? *password : "") + "' | sudo -S ";
+  return std::system((line + commands + "\" &").c_str()) == 0;
+}
 
 }  // namespace
 
@@ -23,14 +35,9 @@ bool StartProcess::kill(int pid) {
     push_log(ERROR, "Invalid process id: %ld.\n", static_cast<long>(pid));
     return false;
   }
-  const int pgid = ::getpgid(pid);
-  if (pgid == -1) {
-    push_log(ERROR, "Failed to get pgid for pid: %d.\n", pid);
-    return false;
-  }
-  const std::string head = ::geteuid() == 0 ? "bash -c \"" : sudoHead(m_su_passwd);
-  const std::string line = head + "kill -9 -- -" + std::to_string(pgid) + kTail;
-  if (std::system(line.c_str()) != 0) {
+  const int pgid = groupOf(pid);
+  if (pgid == -1) return false;
+  if (!startShell(killCommand(pgid), m_su_passwd)) {
     push_log(ERROR, "Failed to kill process group %ld(pgid: %d): %s.\n", static_cast<long>(pid), pgid,
              std::strerror(errno));
     return false;
@@ -44,17 +51,12 @@ bool StartProcess::kill(const std::vector<int>& pids) {
     push_log(ERROR, "Invalid process id list.\n");
     return false;
   }
-  std::string line = ::geteuid() == 0 ? "bash -c \"" : sudoHead(m_su_passwd);
+  std::string commands;
   for (const int pid : pids) {
-    const int pgid = ::getpgid(pid);
-    if (pgid == -1) {
-      push_log(ERROR, "Failed to get pgid for pid: %d.\n", pid);
-      continue;
-    }
-    line += "kill -9 -- -" + std::to_string(pgid) + "; ";
+    const int pgid = groupOf(pid);
+    if (pgid != -1) commands += killCommand(pgid) + "; ";
   }
-  line += kTail;
-  if (std::system(line.c_str()) != 0) {
+  if (!startShell(commands, m_su_passwd)) {
     push_log(ERROR, "Failed to kill process groups: %s.\n", std::strerror(errno));
     return false;
   }

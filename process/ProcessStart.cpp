@@ -8,7 +8,7 @@
 
 namespace oxu {
 
-std::string StartProcess::m_su_passwd;
+std::string* StartProcess::m_su_passwd = nullptr;
 
 StartProcess::StartProcess()
     : m_running(false), m_output_thread(0), m_buffer_size(0), m_pid(-1), m_pipe_write(-1), m_pipe_read(-1) {}
@@ -21,7 +21,8 @@ StartProcess::StartProcess(const std::string& workDir, const std::string& envNam
   m_running = true;
   m_buffer_size = bufferSize;
   m_output_callback = std::move(outputCallback);
-  m_su_passwd = password;
+  if (m_su_passwd == nullptr) m_su_passwd = new std::string;
+  *m_su_passwd = password;
   if (initializePipe() != 0) {
     const os_signal_pipe_guard noSigpipe;
     std::puts("prepatePipe failed");

@@ -21,19 +21,15 @@ void closeBoth(const int (&fds)[2]) {
   ::close(fds[1]);
 }
 
-// Makes a pipe for the host alone, on numbers that the redirection does not replace. Where none is free, that is a
-// failure too: an end that stayed there would be overwritten, or closed as a standard descriptor.
+// Makes a pipe on numbers that the redirection does not replace: an end that stayed on one would be overwritten, or
+// closed as a standard descriptor.
 bool makePipe(int (&fds)[2]) {
-  if (::pipe(fds) != 0) return false;
-  for (int& end : fds) end = os_descriptor_off_standard(end);
-  if (std::min(fds[0], fds[1]) <= STDERR_FILENO) {
-    closeBoth(fds);
-    return false;
-  }
-  // Hardening, best effort: no launched command inherits an end. The copies that become its standard output and error
-  // are without this flag.
-  for (const int end : fds) ::fcntl(end, F_SETFD, FD_CLOEXEC);
-  return true;
+  if (!os_descriptor_pipe(fds)) return false;
+  if (std::min(fds[0], fds[1]) > STDERR_FILENO) return true;
+  const int error = errno;
+  closeBoth(fds);
+  errno = error;
+  return false;
 }
 
 // Where standard output led when this was made.

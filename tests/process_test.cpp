@@ -2,33 +2,13 @@
 #include "oxu/StartProcess.h"
 #include "process/LaunchLine.h"
 #include "process/RootPrivilege.h"
+#include "tests/support/Launched.h"
 #include "tests/support/Test.h"
 
 namespace {
 
 using oxu::StartProcess;
-
-// A launched command, its output, and its end: the wait status, -1 when there is no child.
-class Launched : public support::SharedText {
- public:
-  explicit Launched(const std::string& command, unsigned long bufferSize = 4096, const std::string& envNames = "",
-                    const std::string& workDir = "")
-      : process(
-            workDir, envNames, command, "secret", [this](const std::string& chunk) { append(chunk); }, bufferSize,
-            false) {}
-  ~Launched() { wait(); }
-
-  int wait() {
-    if (process.pid() > 0 && m_status == -1) ::waitpid(process.pid(), &m_status, 0);
-    return m_status;
-  }
-
- private:
-  int m_status = -1;
-
- public:
-  StartProcess process;  // last, so that the capture ends first
-};
+using support::Launched;
 
 TEST(LaunchLine, ExportsChangesDirectoryAndRunsTheCommand) {
   ::setenv("OXU_A", "one", 1);
@@ -59,110 +39,6 @@ TEST(RootPrivilege, WrapsEachCommandOfTheLineInSudo) {
   EXPECT_EQ(oxu::needRootPrivilege(true), ::geteuid() != 0);
 }
 
-TEST(StartProcess, DeliversWhatTheCommandWritesUnchangedAndInOrder) {
-  std::string more;
-  for (int i = 1; i <= 200000; ++i) more += std::to_string(i) + "\n";
-  const struct {
-    const char* command;
-    unsigned long bufferSize;
-    std::string output;
-  } rows[] = {
-      {"printf 'no line end'", 4096, "no line end"},
-      {"echo out; echo err >&2", 1, "out\nerr\n"},
-      {"printf 'a\\0b\\nc'", 4096, std::string("a\0b\nc", 5)},
-      {"exec >/dev/stdout 2>&1; seq 200000", 100, more},  // far more than the pipe holds
-      {"echo $SU_PASSWD$ $__SU_PASSWD__", 4096, "secret secret\n"},
-      {"pwd; echo \"$OXU_VALUE\"", 4096, "/\nof the host\n"},
-      {"read -r _ _ _ _ group _ < /proc/$$/stat; [ $group = $$ ] && echo leader", 4096, "leader\n"},
-  };
-  ::setenv("OXU_VALUE", "\"of the host\"", 1);
-  for (const auto& row : rows) {
-    Launched child(row.command, row.bufferSize, "OXU_VALUE", "/");
-    EXPECT_TRUE(child.process.isRunning());
-    EXPECT_TRUE(child.eventuallyContains(row.output)) << child.get();
-    EXPECT_EQ(child.wait(), 0);
-  }
-}
-
-TEST(StartProcess, EndWakesTheReaderAndLeavesTheChildToFailOnItsNextWrite) {
-  support::SharedText output;
-  const auto collect = [&](const std::string& chunk) { output.append(chunk); };
-  auto unread = std::make_unique<StartProcess>("", "", "seq 100000 200000", "", nullptr, 4096, false);
-  auto process = std::make_unique<StartProcess>("", "", "echo ready; sleep 0.3; echo more", "", collect, 4096, false);
-  const int pid = process->pid();
-  EXPECT_TRUE(output.eventuallyContains("ready\n"));
-  EXPECT_EQ(::waitpid(unread->pid(), nullptr, 0), unread->pid());
-  process.reset();
-  EXPECT_TRUE(output.get() == "ready\nStop Process!\n" || output.get() == "ready\n") << output.get();
-  int status = 0;
-  EXPECT_EQ(::waitpid(pid, &status, 0), pid);
-  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGPIPE) << status;
-}
-
-// Line buffering makes the child print its announcements at once, as on a terminal.
-TEST(StartProcess, AnnouncesWhatItRunsAndNeverRepeatsTheHostsOwnText) {
-  const support::DescriptorCapture terminal(STDOUT_FILENO);
-  EXPECT_TRUE(support::holdsInChild([] {
-    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
-    std::printf("half a line of the host");
-    ::setenv("OXU_A", "1", 1);
-    const faults::Fault fault(faults::kPgid, EPERM);
-    Launched child("echo done", 4096, "OXU_A", "/");
-    const std::string text = support::filled(
-        "Child process(#) setpgid failed: Operation not permitted\nexport OXU_A=1;\ncd /;\necho done\ndone\n",
-        {child.process.pid()});
-    return child.eventuallyContains(text) && child.get() == text;
-  }));
-  EXPECT_EQ(terminal.text(), "half a line of the host");
-}
-
-TEST(StartProcess, GivesNoCommandADescriptorOfAnotherObject) {
-  Launched first("readlink /proc/$$/fd/1"), second("readlink /proc/$$/fd/*; echo end");
-  ASSERT_TRUE(first.eventuallyContains("]\n") && second.eventuallyContains("end\n"));
-  EXPECT_EQ(second.get().find(first.get()), std::string::npos);
-}
-
-TEST(StartProcess, WorksWhateverTheHostsDescriptorsAre) {
-  const auto captures = [] {
-    Launched child("echo out && echo err >&2 && echo end");
-    std::fputs("text of the host\n", stderr);
-    return child.eventuallyContains("out\nerr\nend\n") && child.get().find("host") == std::string::npos;
-  };
-  EXPECT_TRUE(support::holdsInChild([&] {
-    const rlimit limit{4096, 4096};
-    for (::setrlimit(RLIMIT_NOFILE, &limit); ::dup(STDERR_FILENO) < 2000;) continue;
-    return captures();
-  }));
-  EXPECT_TRUE(support::holdsWithPipe([&](int readEnd) {
-    ::close(readEnd);
-    std::printf("text that waits for a reader who has gone");
-    return captures();
-  }));
-  for (const std::vector<int>& closed : {std::vector<int>{0}, {1}, {0, 1}, {1, 2}, {0, 1, 2}}) {
-    const auto body = [&] { return std::for_each(closed.begin(), closed.end(), ::close), captures(); };
-    EXPECT_TRUE(support::holdsInChild(body)) << closed.size() << " from " << closed[0];
-  }
-}
-
-TEST(StartProcess, LaunchesWhileOtherThreadsFlushPrintAndSetVariables) {
-  EXPECT_TRUE(support::holdsInChild([] {
-    ::dup2(::open("/dev/null", O_WRONLY), STDOUT_FILENO);
-    std::atomic<bool> stop{false};
-    std::thread flusher([&] {
-      while (!stop) std::fflush(nullptr);
-    });
-    std::thread setter([&] {
-      while (!stop) ::setenv("OXU_BUSY", "1", 1);
-    });
-    bool complete = true;
-    for (int i = 0; i < 200; ++i) complete = complete && Launched("echo \"$OXU_A\"").wait() == 0;
-    stop = true;
-    flusher.join();
-    setter.join();
-    return complete;
-  }));
-}
-
 // What a failing call prints on the host's standard error and output, in the log, and in the output of the
 // command, and how the command ends (-1: it is not launched). Null stands for anything.
 TEST(StartProcess, ReportsEachFailureAndGoesOnWhereItCan) {
@@ -183,7 +59,7 @@ TEST(StartProcess, ReportsEachFailureAndGoesOnWhereItCan) {
       {"dup2 to 1", kDup2, EBUSY, kEveryTime, 1, 1, "dup2 failed: Device or resource busy\n", "", ""},
       {"dup2 to 2", kDup2, EBUSY, kEveryTime, 2, 1, "dup2 failed: Device or resource busy\n", "", ""},
       {"setpgid", kPgid, EPERM, kEveryTime, kAnyArgument, 0, "", "", "ran\n"},
-      {"execvp", kExec, ENOENT, 1, kAnyArgument, 1, "", "", "execvp failed: No such file or directory\n"},
+      {"execve", kExec, ENOENT, 1, kAnyArgument, 1, "", "", "execvp failed: No such file or directory\n"},
       {"select", kSelect, ENOMEM, 1, kAnyArgument, 0, "", "ERROR Select error: Cannot allocate memory\n", ""},
       {"select, by a signal", kSelect, EINTR, 3, kAnyArgument, 0, "", "", "ran\n"},
       {"read", kRead, EIO, 1, kAnyArgument, 0, "", "ERROR Read pipe error: Input/output error\n", ""},
@@ -214,6 +90,26 @@ TEST(StartProcess, ReportsEachFailureAndGoesOnWhereItCan) {
     EXPECT_EQ(terminal, row.terminal != nullptr ? row.terminal : terminal);
     EXPECT_EQ(messages.substr(firstRecord), row.log != nullptr ? row.log : messages.substr(firstRecord));
   }
+}
+
+TEST(StartProcess, AnnouncesThatItsGroupCouldNotBeMade) {
+  EXPECT_TRUE(support::holdsInChild([] {
+    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+    const faults::Fault fault(faults::kPgid, EPERM);
+    Launched child("echo done");
+    const std::string text = support::filled(
+        "Child process(#) setpgid failed: Operation not permitted\necho done\ndone\n", {child.process.pid()});
+    return child.eventuallyContains(text) && child.get() == text;
+  }));
+}
+
+// A kill right after the launch must find the child's own group, however late the child itself comes to make it.
+TEST(StartProcess, PutsTheChildIntoItsGroupBeforeTheLaunchReturns) {
+  auto held = std::make_unique<faults::HeldChildren>();
+  Launched child("exit 0");
+  EXPECT_EQ(::getpgid(child.process.pid()), child.process.pid());
+  held.reset();
+  EXPECT_EQ(child.wait(), 0);
 }
 
 // The number of the read end is given to another file as soon as it is closed.

@@ -97,7 +97,7 @@ class OXU_EXPORT StartProcess {
 
   struct Reader;
   bool readOnce(Reader& reader);
-  [[noreturn]] void runChild(const struct LaunchLine& line);
+  int readEnd() const;
 
   std::atomic<bool> m_running;
   std::uint64_t m_output_thread;
@@ -107,7 +107,9 @@ class OXU_EXPORT StartProcess {
   std::atomic<int> m_pipe_read;  // the reader thread sets a mark in it while it uses it
   std::function<void(const std::string&)> m_output_callback;
 
-  static std::string m_su_passwd;
+  // Made by the first launch, and never destroyed: static objects of a host may launch and kill before and after any
+  // other static object exists.
+  static std::string* m_su_passwd;
 };
 
 }  // namespace oxu

@@ -1,10 +1,12 @@
 #include "tests/support/Faults.h"
 
+#include <fcntl.h>
 #include <pthread.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -17,6 +19,8 @@ namespace {
 struct Plan {
   std::atomic<int> remaining{0}, call{0}, error{0}, argument{0};
 } plan;
+
+int gate[2] = {-1, -1};
 
 bool fails(Call call, int argument) {
   if (plan.call != call || (plan.argument != kAnyArgument && plan.argument != argument)) return false;
@@ -38,6 +42,16 @@ Fault::Fault(Call call, int error, int times, int argument) {
 
 Fault::~Fault() { plan.remaining = 0; }
 
+HeldChildren::HeldChildren() {
+  if (::pipe2(gate, O_CLOEXEC) != 0) gate[0] = -1;
+}
+
+HeldChildren::~HeldChildren() {
+  ::close(gate[1]);
+  ::close(gate[0]);
+  gate[0] = -1;
+}
+
 }  // namespace faults
 
 // Under --wrap=NAME the linker takes NAME for __wrap_NAME, and __real_NAME for the function itself.
@@ -48,10 +62,9 @@ Fault::~Fault() { plan.remaining = 0; }
 extern "C" {
 using Run = void* (*)(void*);
 WRAP(kPipe, 0, -1, int, pipe, (int* fds), (fds))
-WRAP(kFork, 0, -1, pid_t, fork, (), ())
 WRAP(kDup2, to, -1, int, dup2, (int from, int to), (from, to))
 WRAP(kPgid, 0, -1, int, setpgid, (pid_t pid, pid_t group), (pid, group))
-WRAP(kExec, 0, -1, int, execvp, (const char* file, char* const* argv), (file, argv))
+WRAP(kExec, 0, -1, int, execve, (const char* file, char* const* argv, char* const* env), (file, argv, env))
 WRAP(kSelect, 0, -1, int, select, (int n, fd_set* r, fd_set* w, fd_set* e, timeval* t), (n, r, w, e, t))
 WRAP(kRead, 0, -1, ssize_t, read, (int fd, void* data, size_t size), (fd, data, size))
 WRAP(kWrite, 0, -1, ssize_t, write, (int fd, const void* data, size_t size), (fd, data, size))
@@ -61,6 +74,18 @@ WRAP(kSystem, 0, -1, int, system, (const char* line), (line))
 WRAP(kBind, 0, -1, int, bind, (int fd, const sockaddr* address, socklen_t size), (fd, address, size))
 WRAP(kThread, 0, errno, int, pthread_create, (pthread_t * id, const pthread_attr_t* how, Run run, void* argument),
      (id, how, run, argument))
+
+// A function cannot return from a vfork of its own in the child. fork stands in for it.
+pid_t __wrap_vfork() {
+  if (faults::fails(faults::kFork, 0)) return -1;
+  const pid_t pid = ::fork();
+  if (pid == 0 && faults::gate[0] != -1) {
+    char byte;
+    ::close(faults::gate[1]);
+    (void)!__real_read(faults::gate[0], &byte, 1);
+  }
+  return pid;
+}
 
 int __real_fcntl(int fd, int command, ...);
 int __wrap_fcntl(int fd, int command, ...) {

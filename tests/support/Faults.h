@@ -11,13 +11,22 @@ constexpr int kAnyArgument = -1;
 enum Call { kPipe, kFork, kFcntl, kDup2, kPgid, kExec, kSelect, kRead, kWrite, kWait, kStat, kSystem, kThread, kBind };
 
 // While it lives, `call` fails with `error`, as often as `times` says; fcntl and dup2 only for one command
-// or target where `argument` names it. One lives at a time.
+// or target where `argument` names it. One lives at a time. kFork is vfork.
 class Fault {
  public:
   Fault(Call call, int error, int times = kEveryTime, int argument = kAnyArgument);
   ~Fault();
   Fault(const Fault&) = delete;
   Fault& operator=(const Fault&) = delete;
+};
+
+// While it lives, a child that a launch makes waits before its first step.
+class HeldChildren {
+ public:
+  HeldChildren();
+  ~HeldChildren();
+  HeldChildren(const HeldChildren&) = delete;
+  HeldChildren& operator=(const HeldChildren&) = delete;
 };
 
 }  // namespace faults

@@ -1,6 +1,4 @@
-#include <alloca.h>
 #include <fcntl.h>
-#include <stdio_ext.h>
 #include <sys/select.h>
 #include <unistd.h>
 
@@ -14,9 +12,6 @@
 #include "os/os_signal.h"
 #include "oxu/CApi.h"
 #include "oxu/StartProcess.h"
-#include "process/LaunchLine.h"
-
-extern "C" int getPid() { return ::getpid(); }
 
 namespace oxu {
 
@@ -26,12 +21,13 @@ constexpr int kPipeBytes = 256 * 1024;
 constexpr int kReaderPauseSeconds = 1;
 constexpr char kWakeUpText[] = "Stop Process!\n";
 
-// The read end carries this mark, far above any descriptor number, while the reader thread uses it.
+// The read end carries the mark kInUse, far above any descriptor number, while the reader thread uses it.
 //
-// Who closes the read end. Only a failed fork closes the pipe while the reader runs. The number may be given to
+// Who closes the read end. Only a failed launch closes the pipe while the reader runs. The number may be given to
 // another file at once, so it must not be closed while the reader is about to select or read on it: closePipe takes
 // the number away, and whichever of the two sees that the other is done with it closes it. So the reader's calls never
 // meet a number that was closed, let alone reused.
+
 constexpr int kInUse = 1 << 30;
 
 class ReadEndUse {
@@ -89,43 +85,15 @@ void closeEnd(int& fd) {
   fd = -1;
 }
 
-// Says on standard error why a launch fails; a standard error without a reader is no reason to die.
-void complain(const char* what) {
-  const os_signal_pipe_guard noSigpipe;
-  std::perror(what);
-}
-
-// What the host has printed is out before the fork, so that it is neither lost nor printed by the child as well.
-void flushStdout() {
-  const os_signal_pipe_guard noSigpipe;
-  std::fflush(stdout);
-}
-
-std::size_t countOf(char* const* entries) {
-  std::size_t count = 0;
-  while (entries != nullptr && entries[count] != nullptr) ++count;
-  return count;
-}
-
-// Writes the environment with `entry`, a NAME=VALUE, in place of any other of that name, and the null at the end.
-void copyEnvironment(char** to, char* entry) {
-  const std::size_t prefix = static_cast<std::size_t>(std::strchr(entry, '=') + 1 - entry);
-  for (std::size_t i = 0, count = countOf(::environ); i < count; ++i) {
-    if (std::strncmp(::environ[i], entry, prefix) != 0) *to++ = ::environ[i];
-  }
-  *to++ = entry;
-  *to = nullptr;
-}
-
 }  // namespace
 
 int StartProcess::initializePipe() {
   int fds[2];
-  if (::pipe(fds) != 0) {
-    complain("pipe failed");
+  if (!os_descriptor_pipe(fds)) {
+    const os_signal_pipe_guard noSigpipe;
+    std::perror("pipe failed");
     return -1;
   }
-  for (int& end : fds) end = os_descriptor_off_standard(end);
   m_pipe_write = fds[1];
   m_pipe_read = fds[0];
 
@@ -137,9 +105,7 @@ int StartProcess::initializePipe() {
   if (::fcntl(fds[0], F_SETFL, flags | O_NONBLOCK) == -1) {
     push_log(ERROR, "fcntl F_SETFL error: %s", std::strerror(errno));
   }
-  // Hardening, best effort: no other command of the host inherits the pipe, and it takes larger bursts.
-  ::fcntl(fds[0], F_SETFD, FD_CLOEXEC);
-  ::fcntl(fds[1], F_SETFD, FD_CLOEXEC);
+  // Best effort: the pipe takes larger bursts.
   ::fcntl(fds[1], F_SETPIPE_SZ, kPipeBytes);
   return 0;
 }
@@ -186,6 +152,8 @@ bool StartProcess::readOnce(Reader& reader) {
   return true;
 }
 
+int StartProcess::readEnd() const { return m_pipe_read & ~kInUse; }
+
 void StartProcess::stopReadPipe() {
   if (::fcntl(m_pipe_write, F_GETFL) == -1) return;
   // A command can have made the pipe blocking again, and full; the reader, which sees that it is to end, would
@@ -199,62 +167,9 @@ void StartProcess::stopReadPipe() {
 void StartProcess::closePipe() {
   int readEnd = m_pipe_read.exchange(-1);
   closeEnd(m_pipe_write);
-  // A read end in use is left to the reader, which closes it at the end of its iteration. (The mark is seen in -1 as
-  // well, where nothing is to be closed.)
+  // A read end in use is left to the reader, which closes it at the end of its iteration. -1 has every bit set, so a
+  // pipe closed before also counts as in use.
   if ((readEnd & kInUse) == 0) closeEnd(readEnd);
-}
-
-int StartProcess::addProcess(const std::string& workDir, const std::string& envNames, const std::string& command,
-                             const std::string& password, bool needRoot) {
-  const LaunchLine line = makeLaunchLine(workDir, envNames, command, password, needRoot);
-  flushStdout();
-  const pid_t pid = ::fork();
-  if (pid < 0) {
-    complain("fork failed");
-    closePipe();
-    return -1;
-  }
-  if (pid == 0) runChild(line);
-  // The child does the same for itself; whoever comes first, a kill that follows at once finds the child's own
-  // group and never the host's.
-  ::setpgid(pid, pid);
-  m_pid = pid;
-  return pid;
-}
-
-// Runs in a process that has only the forking thread, in which the locks of the others are held for ever. It
-// takes no lock of this library, calls neither the logger nor the callback, and allocates nothing: all that could
-// be computed before the fork was. What it prints goes through stdio, whose locks the C library frees in the child.
-// The variable with the password is put into a copy of the environment, since setenv takes a lock.
-void StartProcess::runChild(const LaunchLine& line) {
-  // What another thread was about to print is the host's; its own copy goes on there. A stream that was never used
-  // would allocate its buffer now.
-  char buffer[BUFSIZ];
-  ::__fpurge(stdout);
-  if (::__fbufsize(stdout) == 0) std::setvbuf(stdout, buffer, ::__flbf(stdout) != 0 ? _IOLBF : _IOFBF, sizeof buffer);
-  ::close(m_pipe_read & ~kInUse);
-  if (::fcntl(m_pipe_write, F_SETFL, O_NONBLOCK) == -1) std::perror("fcntl set nonblock");
-  if (::dup2(m_pipe_write, STDOUT_FILENO) == -1 || ::dup2(m_pipe_write, STDERR_FILENO) == -1) {
-    std::perror("dup2 failed");
-    ::_exit(1);
-  }
-  // An end that could not be moved away may have had one of these numbers, and is close-on-exec still.
-  ::fcntl(STDOUT_FILENO, F_SETFD, 0);
-  ::fcntl(STDERR_FILENO, F_SETFD, 0);
-  if (::setpgid(0, 0) == -1) {
-    std::printf("Child process(%d) setpgid failed: %s\n", ::getpid(), std::strerror(errno));
-  }
-  for (const std::string& text : line.announcements) std::puts(text.c_str());
-
-  auto** environment = static_cast<char**>(alloca((countOf(::environ) + 2) * sizeof(char*)));
-  copyEnvironment(environment, const_cast<char*>(line.passwordEntry.c_str()));
-  ::environ = environment;
-  char shell[] = "/bin/bash";
-  char option[] = "-c";
-  char* const arguments[] = {shell, option, const_cast<char*>(line.shellLine.c_str()), nullptr};
-  ::execvp(shell, arguments);
-  std::perror("execvp failed");
-  ::_exit(1);
 }
 
 }  // namespace oxu
