@@ -162,6 +162,7 @@ std::string IniFile::str() const {
 void IniFile::show() {
   const std::string text = str();
   const os_signal_pipe_guard noSigpipe;
+  const std::ios_base::Init streams;  // a static object of the host may print before this file's streams are set up
   // Not by the operator, which would pad the text to a width that the host has set.
   std::cout.write(text.data(), static_cast<std::streamsize>(text.size()));
 }

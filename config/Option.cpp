@@ -152,6 +152,7 @@ bool Option::getBool(const std::string& name) const {
 
 void Option::printUsage() const {
   const os_signal_pipe_guard noSigpipe;
+  const std::ios_base::Init streams;  // a static object of the host may print before this file's streams are set up
   std::cout << "Usage:  [options]\nOptions:\n";
   for (const auto& [name, option] : m_options) {
     std::cout << "  -" << name << " " << (option.type == NoValue ? "  " : "<value>  ") << option.description << "\n";

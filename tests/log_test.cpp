@@ -202,4 +202,54 @@ TEST(Logger, KeepsLinesWholeWhileSignalsArriveAndTheConsoleIsSlow) {
   }
 }
 
+// A redirection, or another process that shares the console, sets the flag at any moment.
+TEST(Logger, LosesNoRecordWhenTheConsoleStopsBlockingBetweenTwoRecords) {
+  EXPECT_TRUE(support::holdsWithPipe([](int readEnd) {
+    constexpr int kRecords = 1500;
+    install_log_task();
+    std::thread producer([] {
+      for (int i = 0; i < kRecords; ++i) {
+        while (!push_log(oxu::INFO, "record %d of many.", i)) std::this_thread::yield();
+        if (i == kRecords / 10) ::fcntl(STDOUT_FILENO, F_SETFL, O_NONBLOCK);
+      }
+    });
+    std::string received;
+    const std::string last = support::filled("record # of many.", {kRecords - 1});
+    for (char buffer[4096]; received.find(last) == std::string::npos; ::usleep(200)) {
+      received.append(buffer, static_cast<std::size_t>(::read(readEnd, buffer, sizeof buffer)));
+    }
+    producer.join();
+    std::size_t at = 0;
+    for (int i = 0; i < kRecords && at != std::string::npos; ++i) {
+      at = received.find(support::filled("  record # of many.\x1b[0m\n", {i}), at);
+    }
+    return at != std::string::npos && support::countOf("record", received) == kRecords;
+  }));
+}
+
+ssize_t appendTo(void* text, const char* data, std::size_t size) {
+  static_cast<support::SharedText*>(text)->append(std::string(data, size));
+  return static_cast<ssize_t>(size);
+}
+
+TEST(Logger, PrintsBehindWhatTheHostHasPrinted) {
+  support::LogCapture log;
+  std::printf("the host's own line\n");
+  push_log(oxu::INFO, "a record");
+  EXPECT_EQ(log.messages(), "the host's own line\nINFO a record\n");
+}
+
+TEST(Logger, PrintsIntoAStreamOfTheHostsThatHasNoDescriptor) {
+  EXPECT_TRUE(support::holdsInChild([] {
+    support::SharedText text;
+    const cookie_io_functions_t functions{nullptr, appendTo, nullptr, nullptr};
+    stdout = ::fopencookie(&text, "w", functions);
+    install_log_task();
+    push_log(oxu::INFO, "into memory");
+    const bool isPrinted = text.eventuallyContains("  into memory\x1b[0m\n");
+    uninstall_log_task();
+    return isPrinted;
+  }));
+}
+
 }  // namespace

@@ -1,12 +1,11 @@
 #include "everything.h"
 
+bool earlyObjectWorks();
 bool otherUnitWorks();
 
 int main() {
-  install_log_task();
+  if (!earlyObjectWorks()) return 1;
   const bool isLogged = push_log(oxu::INFO, "%s", "hello");
-  uninstall_log_task();
-
   LogService service;
   service.startServer("127.0.0.1", 0);
   LogServiceClient client;
