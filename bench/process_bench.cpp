@@ -1,13 +1,16 @@
-// Launching beside the bare way to run the same shell, and capture beside a bare read of the same
-// pipe.
+// Launching beside the bare ways to run the same shell, from hosts of several sizes, and capture beside a bare read of
+// the same pipe.
 #include <benchmark/benchmark.h>
 #include <spawn.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <string>
 #include <thread>
 
@@ -15,26 +18,68 @@
 
 namespace {
 
-void BM_LaunchPosixSpawn(benchmark::State& state) {
-  char shell[] = "/bin/bash";
-  char option[] = "-c";
-  char command[] = "exit 0";
-  char* const arguments[] = {shell, option, command, nullptr};
+// Memory that the host has in use, in pages of the usual size, as of many small allocations.
+class HostMemory {
+ public:
+  explicit HostMemory(std::int64_t mebibytes)
+      : m_size(static_cast<std::size_t>(mebibytes) << 20),
+        m_data(::mmap(nullptr, m_size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) {
+    ::madvise(m_data, m_size, MADV_NOHUGEPAGE);
+    std::memset(m_data, 1, m_size);
+  }
+  ~HostMemory() { ::munmap(m_data, m_size); }
+  HostMemory(const HostMemory&) = delete;
+  HostMemory& operator=(const HostMemory&) = delete;
+
+ private:
+  const std::size_t m_size;
+  void* const m_data;
+};
+
+// Each way runs the same shell and waits for its end.
+char shell[] = "/bin/bash";
+char option[] = "-c";
+char command[] = "exit 0";
+char* const arguments[] = {shell, option, command, nullptr};
+
+pid_t launchByFork() {
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    ::execve(shell, arguments, environ);
+    ::_exit(1);
+  }
+  return pid;
+}
+
+pid_t launchByPosixSpawn() {
+  pid_t pid = -1;
+  return ::posix_spawn(&pid, shell, nullptr, nullptr, arguments, environ) == 0 ? pid : -1;
+}
+
+void BM_Launch(benchmark::State& state, pid_t (*launch)()) {
+  const HostMemory memory(state.range(0));
   for (auto _ : state) {
-    pid_t pid = 0;
-    if (::posix_spawn(&pid, shell, nullptr, nullptr, arguments, environ) != 0) state.SkipWithError("spawn");
+    const pid_t pid = launch();
+    if (pid == -1) state.SkipWithError("no child");
     ::waitpid(pid, nullptr, 0);
   }
 }
-BENCHMARK(BM_LaunchPosixSpawn)->Unit(benchmark::kMicrosecond)->UseRealTime();
 
+// With the pipe, the reader thread and the end of both.
 void BM_LaunchStartProcess(benchmark::State& state) {
+  const HostMemory memory(state.range(0));
   for (auto _ : state) {
-    const oxu::StartProcess process("", "", "exit 0", "", nullptr, 4096, false);
+    const oxu::StartProcess process("", "", command, "", nullptr, 4096, false);
     ::waitpid(process.pid(), nullptr, 0);
   }
 }
-BENCHMARK(BM_LaunchStartProcess)->Unit(benchmark::kMicrosecond)->UseRealTime();
+
+void hostSizes(benchmark::internal::Benchmark* launch) {
+  launch->ArgName("MiB")->Arg(4)->Arg(1024)->Arg(4096)->Unit(benchmark::kMicrosecond)->UseRealTime();
+}
+BENCHMARK_CAPTURE(BM_Launch, fork, launchByFork)->Apply(hostSizes);
+BENCHMARK_CAPTURE(BM_Launch, posix_spawn, launchByPosixSpawn)->Apply(hostSizes);
+BENCHMARK(BM_LaunchStartProcess)->Apply(hostSizes);
 
 // 34 MB of text; the command opens its output anew, so that it waits for its reader and loses
 // nothing.

@@ -1,21 +1,28 @@
 #!/usr/bin/env bash
 # Root privilege through the system's own sudo: makes a user with a password and a sudoers entry, and lets that user
-# run the supervisor example with commands that want root. Ends with 77, which is a skip, where that is impossible.
+# run the supervisor example with commands that want root. Since it changes the machine for a few seconds, it wants
+# OXU_TEST_SUDO=1. Ends with 77, which is a skip, without that and where such a user is impossible.
 # Usage: sudo_test.sh SUPERVISOR
 set -u
+[[ ${OXU_TEST_SUDO:-} == 1 ]] ||
+  { echo "skipped: it makes a user with a sudoers entry for some seconds, which OXU_TEST_SUDO=1 allows"; exit 77; }
 ((EUID == 0)) || { echo "skipped: only root can make the user that this test needs"; exit 77; }
-for tool in sudo useradd chpasswd setpriv; do
+for tool in sudo useradd chpasswd setpriv setsid; do
   command -v "$tool" >/dev/null || { echo "skipped: there is no $tool"; exit 77; }
 done
 
 user=oxutest$$
-password='pass w0rd'
+password="$(head -c 18 /dev/urandom | base64) x" # with a blank
 work=$(mktemp -d)
+export user work
 cleanup() {
   rm -rf "$work" "/etc/sudoers.d/$user" "/run/sudo/ts/$user"
   userdel --force "$user" >/dev/null 2>&1
 }
+export -f cleanup
 trap cleanup EXIT
+# Cleans up as well where this script is killed: a process that is nobody's child, in a session of its own.
+(setsid bash -c "tail --pid=$$ --sleep-interval=0.2 -f /dev/null; cleanup" </dev/null >/dev/null 2>&1 &)
 useradd --no-create-home --shell /bin/bash "$user" && chpasswd <<<"$user:$password" &&
   (umask 337 && echo "$user ALL=(ALL) ALL" >"/etc/sudoers.d/$user") && visudo -c >/dev/null ||
   { echo "skipped: no user with a sudoers entry can be made here"; exit 77; }

@@ -5,12 +5,16 @@
 /// |------------|-------------------------------------|-------|-------------|------------------------------|
 /// | idle       | default construction, failed pipe   | -1    | false       | returns at once              |
 /// | running    | successful launch                   | child | true        | ends the reader thread       |
-/// | not forked | launching construction, failed fork | -1    | false       | waits for the reader to end  |
+/// | not forked | launching construction, no child    | -1    | false       | waits for the reader to end  |
 ///
 /// Threads: each launching object has a reader thread, which calls the output callback, one chunk at a time. pid
 /// and isRunning may be called from any thread, the callback included. Launching constructions and kills share
 /// the password and are not made concurrently. The object stays at its address. Its callback must not throw, and
-/// must not destroy it.
+/// must not destroy it. A launch reads the host's environment, which no thread changes meanwhile.
+///
+/// A launch costs the same in a host of any size. The launching thread waits until the shell has been executed; the
+/// others go on. No handler of pthread_atfork runs. The command starts with no signal blocked, with the default action
+/// for SIGPIPE and for each signal that the host handles, and ignores what the host ignores otherwise.
 ///
 /// The child belongs to the host: neither the object's end nor the child's own end reaps it (ProcessMonitor does).
 /// Its exit status is not looked at.
@@ -53,8 +57,8 @@ class OXU_EXPORT StartProcess {
   ///
   /// There is no result: where no child could be made, isRunning() is false afterwards, and "pipe failed: ..." or
   /// "fork failed: ..." is on standard error (and "prepatePipe failed" on standard output for the former). A shell
-  /// that cannot be executed is a child that prints "execvp failed: ...". Text that waits in the host's stdout is
-  /// flushed before the fork.
+  /// that cannot be executed is a child that prints "execvp failed: ...". Text that waits in the host's stdout stays
+  /// there.
   StartProcess(const std::string& workDir, const std::string& envNames, const std::string& command,
                const std::string& password, std::function<void(const std::string&)> outputCallback,
                unsigned long bufferSize, bool needRoot);
@@ -67,12 +71,13 @@ class OXU_EXPORT StartProcess {
   StartProcess(const StartProcess&) = delete;
   StartProcess& operator=(const StartProcess&) = delete;
 
-  /// Forks and launches, into the pipe that the launching constructor made. Returns the child's process id, or -1
-  /// when the fork failed; the pipe is closed then, which ends the capture.
+  /// Launches a further child, into the pipe that the launching constructor made. Returns the child's process id, or -1
+  /// when none could be made; the pipe is closed then, which ends the capture.
   int addProcess(const std::string& workDir, const std::string& envNames, const std::string& command,
                  const std::string& password, bool needRoot);
 
-  /// The child's process id, which is also its group's; -1 until a launch succeeded.
+  /// The child's process id, which is also its group's; -1 until a launch succeeded. The first output can reach the
+  /// callback before that: its pid() may be -1 still.
   int pid() const { return m_pid; }
 
   /// True from a launch until the object's end, however long the child lives.
@@ -82,7 +87,8 @@ class OXU_EXPORT StartProcess {
   /// latest launch when the caller is not root. The password stands unescaped between single quotes there, and
   /// other users see it in the process list meanwhile. True when the shell could be started; whether the kill
   /// succeeded is not known. A pid of 0 means the caller's own group. False, with a logged message, for a negative
-  /// or unknown pid. The host ignores SIGINT and SIGQUIT while the shell is being started.
+  /// or unknown pid. The host ignores SIGINT and SIGQUIT while the shell is being started. In a host that ignores
+  /// SIGCHLD the group is killed and the result is false. What has left the group, as `setsid` does, survives.
   static bool kill(int pid);
 
   /// The same for all of `pids` with one shell; unknown ones are logged and skipped. False for an empty list. When
