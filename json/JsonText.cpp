@@ -1,5 +1,6 @@
 #include <charconv>
 #include <locale>
+#include <new>
 #include <optional>
 #include <sstream>
 #include <utility>
@@ -33,7 +34,8 @@ class NumberFormat {
   void appendStreamed(std::string& text, Number value) {
     if (!m_stream) m_stream.emplace();
     m_stream->str({});
-    *m_stream << value;
+    // A stream keeps to itself that memory runs out, and the number would be missing.
+    if (!(*m_stream << value)) throw std::bad_alloc();
     text += m_stream->str();
   }
 

@@ -135,6 +135,20 @@ TEST(Json, WritesEachKindAsCompactText) {
   std::locale::global(before);
 }
 
+// A stream swallows what its locale throws.
+TEST(Json, WritesNoTextWithoutItsNumbersWhereMemoryRunsOut) {
+  struct Exhausted : std::num_put<char> {
+    iter_type do_put(iter_type, std::ios_base&, char, long) const override { throw std::bad_alloc(); }
+    iter_type do_put(iter_type, std::ios_base&, char, double) const override { throw std::bad_alloc(); }
+  };
+  const std::locale before = std::locale::global(std::locale(std::locale::classic(), new Exhausted));
+  for (const Json& number : {Json(7), Json(2.5)}) {
+    EXPECT_THROW(arrayOf({"text", number}).toString(), std::bad_alloc) << number.type();
+  }
+  EXPECT_EQ(arrayOf({"text", true}).toString(), R"(["text",true])");
+  std::locale::global(before);
+}
+
 TEST(Json, EqualsOnlyScalarsOfTheSameKind) {
   using namespace std::string_literals;
   const std::vector<Json> values{Json(),  true,        false,        1,           2, 1.0, 0.0, "", "x\0y"s,
