@@ -1,11 +1,13 @@
 #include "log/OxuLog.h"
 
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <limits>
 #include <new>
 
 #include "os/os_signal.h"
+#include "os/os_wait.h"
 
 namespace oxu {
 
@@ -16,6 +18,12 @@ constexpr std::int32_t kNanosecondsPerMillisecond = 1000000;
 constexpr int kCoreThreadPriority = 2;
 // A tag, a time stamp, a message and the reset of the colour.
 constexpr std::size_t kMaxLineBytes = sizeof(LogItem::text) + 128;
+
+// What stands behind the escape sequence of a tag, which ends in m.
+const char* withoutColor(const char* tag) {
+  const char* const end = std::strchr(tag, 'm');
+  return end != nullptr ? end + 1 : tag;
+}
 }  // namespace
 
 std::atomic<CLog*> CLog::m_pInstance{nullptr};
@@ -37,6 +45,9 @@ CLog::CLog()
       m_running(true),
       m_thread(0),
       m_interval(kIdlePauseNs),
+      m_colors(true),
+      m_refused(0),
+      m_printed(0),
       m_console(m_running),
       m_converted_second(std::numeric_limits<std::int64_t>::min()),
       m_second_text() {
@@ -56,6 +67,26 @@ LogLevel CLog::getLogLevel() const { return m_level.load(std::memory_order_relax
 
 bool CLog::pushLogItem(LogItem& item) { return m_ring.push(item); }
 
+bool CLog::pushWithin(int milliseconds, LogItem& item) {
+  // Without storage there never is room, and the ring is not full.
+  if (m_ring.header() == nullptr) return false;
+  if (os_wait_until(milliseconds, [&] { return m_ring.push(item); })) return true;
+  m_refused.fetch_add(1, std::memory_order_relaxed);
+  return false;
+}
+
+std::uint64_t CLog::refusedCount() const { return m_refused.load(std::memory_order_relaxed); }
+
+// The ring's own indices do not tell: readIndex moves on before the record that was taken is printed. A record that was
+// accepted is committed.
+bool CLog::flushWithin(int milliseconds) const {
+  if (m_ring.header() == nullptr) return true;
+  const std::uint64_t accepted = os_thread_sync_load(&m_ring.header()->commitIndex);
+  return os_wait_until(milliseconds, [&] { return m_printed.load() >= accepted; });
+}
+
+void CLog::setColors(bool on) { m_colors.store(on, std::memory_order_relaxed); }
+
 void* CLog::_coreThread(void* log) {
   // A handler of the host's must not wait for the console. With SIGPIPE blocked, a standard output whose reader has gone
   // is a failed write and not the host's end.
@@ -65,6 +96,7 @@ void* CLog::_coreThread(void* log) {
   while (self->m_running) {
     if (self->m_ring.pop(item)) {
       self->_printLog(item);
+      ++self->m_printed;
     } else {
       os_thread_sleep_milliseconds(self->m_interval / kNanosecondsPerMillisecond, 0);
     }
@@ -74,9 +106,12 @@ void* CLog::_coreThread(void* log) {
 
 void CLog::_printLog(LogItem& item) {
   if (item.seconds != m_converted_second || m_second_text[0] == '\0') startSecond(item.seconds);
+  const bool isColored = m_colors.load(std::memory_order_relaxed);
+  const char* const tag = _levelStr(item.level);
   char line[kMaxLineBytes];
-  const int size = std::snprintf(line, sizeof line, "%s %s%03d]  %s\x1b[0m\n", _levelStr(item.level), m_second_text,
-                                 static_cast<int>(item.milliseconds), item.text);
+  const int size =
+      std::snprintf(line, sizeof line, "%s %s%03d]  %s%s\n", isColored ? tag : withoutColor(tag), m_second_text,
+                    static_cast<int>(item.milliseconds), item.text, isColored ? "\x1b[0m" : "");
   m_console.write(line, static_cast<std::size_t>(size));
 }
 

@@ -34,6 +34,17 @@ class CLog {
   // Queues a copy; false when the ring is full.
   bool pushLogItem(LogItem& item);
 
+  // The same, and waits for room, up to so many milliseconds (0 does not wait, a negative number waits without a limit).
+  // A refusal for lack of room is counted.
+  bool pushWithin(int milliseconds, LogItem& item);
+  std::uint64_t refusedCount() const;
+
+  // True once the records that were accepted before are printed; milliseconds as above, 0 only looks.
+  bool flushWithin(int milliseconds) const;
+
+  // Whether the lines have the escape sequences for their colours; they have at first.
+  void setColors(bool on);
+
   virtual ~CLog();
   CLog(const CLog&) = delete;
   CLog& operator=(const CLog&) = delete;
@@ -53,6 +64,9 @@ class CLog {
   std::atomic<bool> m_running;
   os_thread_handle m_thread;
   std::int32_t m_interval;  // nanoseconds
+  std::atomic<bool> m_colors;
+  std::atomic<std::uint64_t> m_refused;
+  std::atomic<std::uint64_t> m_printed;  // records, all of which are out
 
   // The core thread's alone: the console, the second converted last, and the front part of its time stamps.
   Console m_console;

@@ -19,6 +19,17 @@ void stampWithNow(oxu::LogItem& item) {
   item.milliseconds = sinceEpoch / 1000000 - item.seconds * 1000;
 }
 
+bool pushFormatted(int milliseconds, int level, const char* format, va_list arguments) {
+  oxu::LogItem item;
+  item.level = static_cast<oxu::LogLevel>(level);
+  stampWithNow(item);
+  const int length = std::vsnprintf(item.text, kFormatLimit, format, arguments);
+  // As unsigned, so that a negative result, a message that cannot be formatted, is too long as well.
+  if (static_cast<unsigned>(length) >= kFormatLimit) return false;
+  oxu::CLog* log = oxu::CLog::getUniqueLog();
+  return log != nullptr && log->pushWithin(milliseconds, item);
+}
+
 }  // namespace
 
 void install_log_task() { oxu::CLog::createUniqueLog(); }
@@ -36,18 +47,32 @@ int get_log_level() {
 }
 
 bool push_log(int level, const char* format, ...) {
-  oxu::LogItem item;
-  item.level = static_cast<oxu::LogLevel>(level);
-  stampWithNow(item);
-
   va_list arguments;
   va_start(arguments, format);
-  const int length = std::vsnprintf(item.text, kFormatLimit, format, arguments);
+  const bool isQueued = pushFormatted(0, level, format, arguments);
   va_end(arguments);
-  // As unsigned, so that a negative result, a message that cannot be formatted, is too long as
-  // well.
-  if (static_cast<unsigned>(length) >= kFormatLimit) return false;
+  return isQueued;
+}
 
+bool push_log_wait(int milliseconds, int level, const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  const bool isQueued = pushFormatted(milliseconds, level, format, arguments);
+  va_end(arguments);
+  return isQueued;
+}
+
+bool flush_log(int milliseconds) {
+  const oxu::CLog* log = oxu::CLog::getUniqueLog();
+  return log != nullptr && log->flushWithin(milliseconds);
+}
+
+unsigned long long get_refused_log_count() {
+  const oxu::CLog* log = oxu::CLog::getUniqueLog();
+  return log != nullptr ? log->refusedCount() : 0;
+}
+
+void set_log_colors(bool on) {
   oxu::CLog* log = oxu::CLog::getUniqueLog();
-  return log != nullptr && log->pushLogItem(item);
+  if (log != nullptr) log->setColors(on);
 }

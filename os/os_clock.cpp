@@ -3,11 +3,28 @@
 #include <pthread.h>
 #include <time.h>
 
+#include <algorithm>
 #include <cerrno>
 
 namespace {
+
 constexpr std::int64_t kNanosecondsPerSecond = 1000000000;
+constexpr std::int64_t kNanosecondsPerMs = 1000000;
+
+// The present time and so much more.
+os_clock_time timeAfter(std::int64_t nanoseconds) {
+  os_clock_time time{};
+  os_clock_get_time(kOsClockMonotonic, &time, kOsClockAbsolute);
+  time.nanoseconds += nanoseconds;
+  os_clock_adjust_clock_time(&time);
+  return time;
 }
+
+std::int64_t nanosecondsBetween(const os_clock_time& begin, const os_clock_time& end) {
+  return (end.seconds - begin.seconds) * kNanosecondsPerSecond + end.nanoseconds - begin.nanoseconds;
+}
+
+}  // namespace
 
 bool os_clock_get_time(int /*clock*/, os_clock_time* time, int /*mode*/) {
   timespec now{};
@@ -35,4 +52,19 @@ bool os_clock_nano_sleep(const os_clock_time* time, int /*mode*/) {
   while (error == EINTR) error = ::clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &deadline, nullptr);
   ::pthread_setcancelstate(previous, nullptr);
   return error == 0;
+}
+
+os_deadline::os_deadline(int milliseconds)
+    : m_is_endless(milliseconds < 0), m_end(timeAfter(std::max(milliseconds, 0) * kNanosecondsPerMs)) {}
+
+int os_deadline::remainingMs() const {
+  if (m_is_endless) return -1;
+  const std::int64_t ns = nanosecondsBetween(timeAfter(0), m_end) + kNanosecondsPerMs - 1;
+  return static_cast<int>(std::max<std::int64_t>(ns / kNanosecondsPerMs, 0));
+}
+
+void os_deadline::sleep(std::int64_t nanoseconds) const {
+  os_clock_time until = timeAfter(nanoseconds);
+  if (!m_is_endless && nanosecondsBetween(until, m_end) < 0) until = m_end;
+  os_clock_nano_sleep(&until, kOsClockAbsolute);
 }

@@ -22,4 +22,22 @@ void os_clock_adjust_clock_time(os_clock_time* time);
 // to cancel the thread shorten the sleep. False when `time` is not normalised.
 bool os_clock_nano_sleep(const os_clock_time* time, int mode);
 
+// The end of a wait of `milliseconds`, which may be 0; a negative number stands for a wait without an end.
+class os_deadline {
+ public:
+  explicit os_deadline(int milliseconds);
+
+  // What poll is to be given: rounded up, so that poll never returns early; -1 without an end.
+  int remainingMs() const;
+
+  bool isOver() const { return remainingMs() == 0; }
+
+  // Sleeps for so long, but not beyond the end.
+  void sleep(std::int64_t nanoseconds) const;
+
+ private:
+  bool m_is_endless;
+  os_clock_time m_end;
+};
+
 #endif

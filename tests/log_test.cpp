@@ -140,6 +140,94 @@ TEST(PushLog, RefusesTheRecordAfter127ThatWaitAndDiscardsThoseAtTheEnd) {
   EXPECT_EQ(output.text(), "");
 }
 
+// A console that stands still: one record is being printed, and 127 fill the ring.
+bool stallLogger() {
+  ::fcntl(STDOUT_FILENO, F_SETPIPE_SZ, 4096);
+  const std::string pipeful(4096, 'f');
+  if (::write(STDOUT_FILENO, pipeful.data(), pipeful.size()) != 4096) return false;
+  install_log_task();
+  for (int i = 0; i < 128; ++i) {
+    if (!push_log_wait(10000, oxu::INFO, "record %d", i)) return false;
+  }
+  return true;
+}
+
+std::chrono::milliseconds timeOf(const std::function<void()>& action) {
+  const auto begin = std::chrono::steady_clock::now();
+  action();
+  return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin);
+}
+
+TEST(PushLogWait, WaitsForRoomAsLongAsItMayAndCountsWhatIsRefused) {
+  EXPECT_TRUE(support::holdsWithPipe([](int readEnd) {
+    if (push_log_wait(-1, 2, "no logger") || get_refused_log_count() != 0 || !stallLogger()) return false;
+    const std::string tooLong(1023, 'x');
+    bool isRefused = !push_log(2, "full") && !push_log_wait(0, 2, "full") && get_refused_log_count() == 2;
+    isRefused = isRefused && !push_log_wait(-1, 2, "%s", tooLong.c_str()) && get_refused_log_count() == 2;
+    const auto waited = timeOf([&] { isRefused = isRefused && !push_log_wait(50, 2, "full"); });
+    isRefused = isRefused && waited >= std::chrono::milliseconds(50) && get_refused_log_count() == 3;
+
+    std::atomic<int> accepted{0};
+    std::vector<std::thread> waiters;
+    for (int i = 0; i < 4; ++i) waiters.emplace_back([&] { accepted += push_log_wait(-1, 2, "at last"); });
+    support::SharedText received;
+    std::thread([&received, readEnd] {
+      char buffer[4096];
+      for (ssize_t size; (size = ::read(readEnd, buffer, sizeof buffer)) > 0;)
+        received.append(std::string(buffer, static_cast<std::size_t>(size)));
+    }).detach();
+    for (std::thread& waiter : waiters) waiter.join();
+    const bool isFlushed = flush_log(-1);
+    return isRefused && accepted == 4 && isFlushed && received.eventuallyContains("record 127") &&
+           support::eventually([&] { return support::countOf("at last", received.get()) == 4; });
+  }));
+}
+
+TEST(FlushLog, ReturnsOnceWhatWasAcceptedIsPrintedOrTheTimeIsOver) {
+  EXPECT_FALSE(flush_log(-1)) << "there is no logger";
+  {
+    const support::DescriptorCapture output(STDOUT_FILENO);
+    install_log_task();
+    EXPECT_TRUE(flush_log(0)) << "nothing was accepted";
+    for (int i = 0; i < 200; ++i) {
+      const std::string record = "record " + std::to_string(i) + ".";
+      EXPECT_TRUE(push_log_wait(-1, oxu::INFO, "%s", record.c_str()));
+      if (i % 3 != 0) continue;
+      EXPECT_TRUE(flush_log(-1));
+      EXPECT_NE(output.text().find(record), std::string::npos);
+    }
+    uninstall_log_task();
+  }
+  EXPECT_TRUE(support::holdsWithPipe([](int readEnd) {
+    if (!stallLogger()) return false;
+    bool isFlushed = flush_log(0);
+    const auto waited = timeOf([&] { isFlushed = flush_log(50) || isFlushed; });
+    // A record that cannot be written counts as printed.
+    ::close(readEnd);
+    return !isFlushed && waited >= std::chrono::milliseconds(50) && flush_log(-1);
+  }));
+}
+
+TEST(LogColors, AreLeftOutOfTheLinesPrintedAfterTheCall) {
+  const support::DescriptorCapture output(STDOUT_FILENO);
+  set_log_colors(false);  // without a logger it does nothing
+  install_log_task();
+  for (const bool on : {true, false, true}) {
+    set_log_colors(on);
+    for (const int level : {0, 4, 7}) push_log(level, "m");
+    EXPECT_TRUE(flush_log(-1));
+  }
+  uninstall_log_task();
+  std::string expected;
+  for (const char* line : {"\x1b[34mTEST []  m\x1b[0m\n", "\x1b[31mERROR []  m\x1b[0m\n", " []  m\x1b[0m\n"})
+    expected += line;
+  expected += "TEST []  m\nERROR []  m\n []  m\n" + expected;
+  std::string text = output.text();
+  for (std::size_t at = 0; (at = text.find("[20", at)) != std::string::npos; ++at)
+    text.erase(at + 1, text.find(']', at) - at - 1);
+  EXPECT_EQ(text, expected);
+}
+
 TEST(PushLog, PrintsEveryAcceptedRecordOnceWholeAndInItsProducersOrder) {
   support::LogCapture log;
   std::vector<std::thread> producers;

@@ -9,23 +9,27 @@
  * with the tag coloured by level and the time of the push_log call in the local time zone. It holds up to 127
  * records that wait for the console; a record that finds no room is refused, never waited for.
  *
- * | call               | while not installed | while installed                   |
- * |--------------------|---------------------|-----------------------------------|
- * | install_log_task   | starts the logger   | no effect                         |
- * | push_log           | false               | true; false for a refused record  |
- * | set_log_level      | no effect           | stores the level                  |
- * | get_log_level      | 2                   | the stored level                  |
- * | uninstall_log_task | no effect           | stops the logger                  |
+ * | call                  | while not installed | while installed                   |
+ * |-----------------------|---------------------|-----------------------------------|
+ * | install_log_task      | starts the logger   | no effect                         |
+ * | push_log              | false               | true; false for a refused record  |
+ * | push_log_wait         | false at once       | the same, after it has waited     |
+ * | flush_log             | false at once       | true once all is printed          |
+ * | get_refused_log_count | 0                   | the number of refused records     |
+ * | set_log_colors        | no effect           | with or without colours           |
+ * | set_log_level         | no effect           | stores the level                  |
+ * | get_log_level         | 2                   | the stored level                  |
+ * | uninstall_log_task    | no effect           | stops the logger                  |
  *
- * Threads: push_log, set_log_level and get_log_level may be called from any thread at any time while the logger
+ * Threads: all but install_log_task and uninstall_log_task may be called from any thread at any time while the logger
  * is installed; they take no lock. None of them may be called from a signal handler. install_log_task and
- * uninstall_log_task are called from one thread while no other thread logs; the threads of StartProcess and
+ * uninstall_log_task are called from one thread while no other thread is in any of them; the threads of StartProcess and
  * ProcessMonitor objects log, so such objects end before the logger does. The logger's thread takes no signals
  * but those of its own faults. It reads TZ once a second: a host that changes its environment while the logger
  * is installed races with that, as with any other reader.
  *
- * A forked child has no printing thread and must not call push_log, which might wait for a producer that exists
- * only in its parent.
+ * A forked child has no printing thread: it must not call push_log, which might wait for a producer that exists
+ * only in its parent, nor push_log_wait or flush_log, which might wait for the thread.
  */
 #ifndef OXU_CAPI_H
 #define OXU_CAPI_H
@@ -40,12 +44,12 @@ extern "C" {
 #include <stdbool.h>
 #endif
 
-/** Starts the logger and its thread, with level 2 (INFO). */
+/** Starts the logger and its thread, with level 2 (INFO) and colours. */
 OXU_EXPORT void install_log_task(void);
 
 /**
  * Stops the logger. Returns once the record that is being printed is out, which takes as long as the console
- * blocks; records that still wait are discarded.
+ * blocks; records that still wait are discarded, so a host that ends calls flush_log first.
  */
 OXU_EXPORT void uninstall_log_task(void);
 
@@ -67,6 +71,34 @@ OXU_EXPORT int get_log_level(void);
  * memory for the logger's ring.
  */
 OXU_EXPORT bool push_log(int level, const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+/**
+ * push_log that waits for room. Up to `milliseconds` (0 does not wait, a negative number waits without a limit) it tries
+ * again while 127 records wait. A message that push_log would refuse for another reason is refused at once. The message
+ * is formatted once, and its time stamp is that of the call, so the stamps of lines can run backwards by as much as it has
+ * waited. It has no precedence over push_log: in a ring that others keep full it may find no room.
+ */
+OXU_EXPORT bool push_log_wait(int milliseconds, int level, const char* format, ...)
+    __attribute__((format(printf, 3, 4)));
+
+/**
+ * Waits until every record that was accepted before the call has been printed and flushed; one that could not be written
+ * counts as printed. Returns true then, and false when `milliseconds` are over (0 only looks, a negative number waits
+ * without a limit, also for a console that stands still). A host that ends uses a finite time.
+ */
+OXU_EXPORT bool flush_log(int milliseconds);
+
+/**
+ * How many calls of push_log and push_log_wait have returned false since the installation because the ring was full,
+ * those of the library's own threads included. Messages that are too long are not counted.
+ */
+OXU_EXPORT unsigned long long get_refused_log_count(void);
+
+/**
+ * With false, lines have no escape sequences: TAG [time]  MESSAGE. Affects the records that are printed after the call,
+ * each line wholly. For a standard output that is no terminal, such as a service manager's journal.
+ */
+OXU_EXPORT void set_log_colors(bool on);
 
 /** The process id of the calling process (not of any child). */
 OXU_EXPORT int getPid(void);
