@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/select.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 
 #include "os/os_descriptor.h"
 #include "os/os_signal.h"
+#include "os/os_wait.h"
 #include "oxu/CApi.h"
 #include "oxu/StartProcess.h"
 
@@ -80,6 +82,12 @@ bool failReader(const char* format, int error) {
   return false;
 }
 
+// Opens the pipe of a write end a second time. The flags of the first are the command's too.
+int openWithoutBlocking(int writeEnd) {
+  const std::string path = "/proc/self/fd/" + std::to_string(writeEnd);
+  return os_descriptor_off_standard(::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+}
+
 void closeEnd(int& fd) {
   if (fd != -1) ::close(fd);
   fd = -1;
@@ -107,6 +115,7 @@ int StartProcess::initializePipe() {
   }
   // Best effort: the pipe takes larger bursts.
   ::fcntl(fds[1], F_SETPIPE_SZ, kPipeBytes);
+  if (m_blocking_output) m_pipe_host = openWithoutBlocking(m_pipe_write);
   return 0;
 }
 
@@ -119,12 +128,10 @@ struct StartProcess::Reader {
 void* StartProcess::outputThreadFunc(void* argument) {
   auto* self = static_cast<StartProcess*>(argument);
   Reader reader{std::unique_ptr<char[]>(new (std::nothrow) char[self->m_buffer_size]), {}};
-  if (!reader.buffer) {
-    failReader("Read pipe error: %s", ENOMEM);
-    return nullptr;
+  if (!reader.buffer) failReader("Read pipe error: %s", ENOMEM);
+  while (reader.buffer && self->m_running && self->readOnce(reader)) {
   }
-  while (self->m_running && self->readOnce(reader)) {
-  }
+  self->m_capture_ended = true;
   return nullptr;
 }
 
@@ -140,7 +147,7 @@ bool StartProcess::readOnce(Reader& reader) {
   if (ready == 0 || !reader.set.isReadable()) return true;
   if (readEnd.isClosed()) return failReader("Select error: %s", EBADF);
 
-  const ssize_t size = ::read(readEnd.fd(), reader.buffer.get(), m_buffer_size);
+  const long size = readChunk(readEnd.fd(), reader);
   if (size < 0) return errno == EAGAIN || failReader("Read pipe error: %s", errno);
   if (size == 0) {
     push_log(ERROR, "Pipe closed");
@@ -149,17 +156,51 @@ bool StartProcess::readOnce(Reader& reader) {
   if (m_output_callback) {
     m_output_callback(std::string(reader.buffer.get(), static_cast<std::size_t>(size)));
   }
+  m_passed_bytes += static_cast<std::uint64_t>(size);
   return true;
+}
+
+long StartProcess::readChunk(int fd, Reader& reader) {
+  ++m_read_turn;
+  const ssize_t size = ::read(fd, reader.buffer.get(), m_buffer_size);
+  if (size > 0) m_read_bytes += static_cast<std::uint64_t>(size);
+  ++m_read_turn;
+  return size;
+}
+
+// All bytes that have been written into the pipe: those in it and those that were read. False where the reader took some
+// of them out meanwhile, which might be in neither count.
+bool StartProcess::countWritten(std::uint64_t& bytes) const {
+  const std::uint64_t turn = m_read_turn;
+  const std::uint64_t read = m_read_bytes;
+  int unread = 0;
+  if (::ioctl(readEnd(), FIONREAD, &unread) == -1) return false;
+  bytes = read + static_cast<std::uint64_t>(unread);
+  return turn % 2 == 0 && turn == m_read_turn;
+}
+
+bool StartProcess::flushOutput(int milliseconds) const {
+  if (m_pid == -1) return false;
+  bool isCounted = false;
+  bool isPassed = false;
+  std::uint64_t written = 0;
+  os_wait_until(milliseconds, [&] {
+    const bool isOver = m_capture_ended;
+    isCounted = isCounted || countWritten(written);
+    isPassed = isCounted && m_passed_bytes >= written;
+    return isPassed || isOver;
+  });
+  return isPassed;
 }
 
 int StartProcess::readEnd() const { return m_pipe_read & ~kInUse; }
 
 void StartProcess::stopReadPipe() {
   if (::fcntl(m_pipe_write, F_GETFL) == -1) return;
-  // A command can have made the pipe blocking again, and full; the reader, which sees that it is to end, would
-  // not empty it.
-  ::fcntl(m_pipe_write, F_SETFL, O_NONBLOCK);
-  if (::write(m_pipe_write, kWakeUpText, sizeof kWakeUpText - 1) == -1) {
+  // A full pipe must not block this thread: the reader, which sees that it is to end, would not empty it. A command can
+  // have made its pipe blocking again. One that was asked for stays so: its writer is to end by SIGPIPE, not by EAGAIN.
+  if (!m_blocking_output) ::fcntl(m_pipe_write, F_SETFL, O_NONBLOCK);
+  if (::write(m_blocking_output ? m_pipe_host : m_pipe_write, kWakeUpText, sizeof kWakeUpText - 1) == -1) {
     push_log(ERROR, "write pipe error");
   }
 }
@@ -167,6 +208,7 @@ void StartProcess::stopReadPipe() {
 void StartProcess::closePipe() {
   int readEnd = m_pipe_read.exchange(-1);
   closeEnd(m_pipe_write);
+  closeEnd(m_pipe_host);
   // A read end in use is left to the reader, which closes it at the end of its iteration. -1 has every bit set, so a
   // pipe closed before also counts as in use.
   if ((readEnd & kInUse) == 0) closeEnd(readEnd);

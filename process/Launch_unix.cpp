@@ -24,7 +24,8 @@ constexpr char kShell[] = "/bin/bash";
 struct Child {
   int readEnd;
   int writeEnd;
-  bool announces;
+  bool isBlocking;
+  int announceEnd;  // -1 where nothing is announced
   const std::vector<std::string>& announcements;
   char* const* arguments;
   char* const* environment;
@@ -79,7 +80,7 @@ void complainInChild(const char* what) { (Line() << what << ": " << errorText() 
 // Not inlined, so that its frames lie below the one to which the launching thread returns.
 [[noreturn, gnu::noinline]] void becomeShell(const Child& child) {
   ::close(child.readEnd);
-  if (::fcntl(child.writeEnd, F_SETFL, O_NONBLOCK) == -1) complainInChild("fcntl set nonblock");
+  if (!child.isBlocking && ::fcntl(child.writeEnd, F_SETFL, O_NONBLOCK) == -1) complainInChild("fcntl set nonblock");
   if (::dup2(child.writeEnd, STDOUT_FILENO) == -1 || ::dup2(child.writeEnd, STDERR_FILENO) == -1) {
     complainInChild("dup2 failed");
     ::_exit(1);
@@ -87,12 +88,12 @@ void complainInChild(const char* what) { (Line() << what << ": " << errorText() 
   // An end that could not be moved away may have had one of these numbers, and is close-on-exec still.
   ::fcntl(STDOUT_FILENO, F_SETFD, 0);
   ::fcntl(STDERR_FILENO, F_SETFD, 0);
-  if (::setpgid(0, 0) == -1 && child.announces) {
-    (Line() << "Child process(" << ::getpid() << ") setpgid failed: " << errorText() << "\n").writeTo(STDOUT_FILENO);
+  // Announcements never wait for room, since the launching thread waits for them.
+  if (::setpgid(0, 0) == -1) {
+    (Line() << "Child process(" << ::getpid() << ") setpgid failed: " << errorText() << "\n")
+        .writeTo(child.announceEnd);
   }
-  if (child.announces) {
-    for (const std::string& line : child.announcements) (void)!::write(STDOUT_FILENO, line.data(), line.size());
-  }
+  for (const std::string& line : child.announcements) (void)!::write(child.announceEnd, line.data(), line.size());
   // Last, when a signal that ends the child has nothing left to tear. Until here all of them are blocked.
   os_signal_reset_for_exec();
   ::execve(kShell, child.arguments, child.environment);
@@ -120,8 +121,10 @@ int StartProcess::addProcess(const std::string& workDir, const std::string& envN
   std::string shell = kShell, option = "-c";
   char* const arguments[] = {shell.data(), option.data(), line.shellLine.data(), nullptr};
   const std::vector<char*> environment = environmentWith(line.passwordEntry);
-  const pid_t pid =
-      launch({readEnd(), m_pipe_write, isStdoutImmediate(), line.announcements, arguments, environment.data()});
+  const int pipeOfHost = m_blocking_output ? m_pipe_host : STDOUT_FILENO;
+  const int announceEnd = isStdoutImmediate() ? pipeOfHost : -1;
+  const pid_t pid = launch(
+      {readEnd(), m_pipe_write, m_blocking_output, announceEnd, line.announcements, arguments, environment.data()});
   if (pid < 0) {
     const os_signal_pipe_guard noSigpipe;
     std::perror("fork failed");

@@ -32,6 +32,8 @@ void ProcessInfo::setPid(int pid) { m_pid = pid; }
 
 void ProcessInfo::setQuitCallback(const std::function<int()>& quitCallback) { m_quit_callback = quitCallback; }
 
+void ProcessInfo::setExitCallback(const std::function<void(int)>& exitCallback) { m_exit_callback = exitCallback; }
+
 void ProcessInfo::updateProcessInfo(const ProcessInfo& other) { m_current_pid = other.m_current_pid; }
 
 ProcessMonitor::ProcessMonitor() : m_watcher_thread(0), m_running(true), m_changed(true) {

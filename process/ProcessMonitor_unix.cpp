@@ -28,6 +28,10 @@ struct ProcessMonitor::Snapshot {
 
 bool ProcessMonitor::waitProcess(const int& pid) {
   int status = 0;
+  return collect(pid, status);
+}
+
+bool ProcessMonitor::collect(int pid, int& status) {
   const int collected = ::waitpid(pid, &status, WNOHANG | WUNTRACED);
   if (collected == -1) {
     push_log(ERROR, "[ProcessMonitor]waitpid(%ld) failed: %s\n", static_cast<long>(pid), std::strerror(errno));
@@ -85,13 +89,17 @@ void ProcessMonitor::refresh(Snapshot& snapshot) {
 // Here and below the entry leaves the table before its callback runs: a callback that registers its
 // own name again neither destroys the callable that is running nor has its new entry removed.
 void ProcessMonitor::checkChild(const std::string& name, const ProcessInfo& info) {
-  if (!waitProcess(info.m_pid)) return;
+  int status = 0;
+  if (!collect(info.m_pid, status)) return;
   const long pid = info.m_pid;
   push_log(ERROR, "[ProcessMonitor]Process(%s) Pid(%ld) is not exist, call quit callback\n", name.c_str(), pid);
   {
     const std::lock_guard<OS::TRecursiveMutex> lock(m_mutex);
     if (const auto entry = m_processes.extract(name)) {
-      const int result = callQuitCallback(entry.mapped().m_quit_callback);
+      const ProcessInfo& own = entry.mapped();
+      const bool isSame = own.m_pid == info.m_pid && own.m_current_pid == info.m_pid;
+      if (isSame && own.m_exit_callback) own.m_exit_callback(status);
+      const int result = callQuitCallback(own.m_quit_callback);
       push_log(DEBUG, "[ProcessMonitor]Node Process(%s) Pid(%ld)  quit callback result:%d\n", name.c_str(), pid,
                result);
     }

@@ -16,11 +16,12 @@ StartProcess::StartProcess()
 // Delegates, so that from here on the destructor cleans up, also when a step below throws.
 StartProcess::StartProcess(const std::string& workDir, const std::string& envNames, const std::string& command,
                            const std::string& password, std::function<void(const std::string&)> outputCallback,
-                           unsigned long bufferSize, bool needRoot)
+                           unsigned long bufferSize, bool needRoot, bool blockingOutput)
     : StartProcess() {
   m_running = true;
   m_buffer_size = bufferSize;
   m_output_callback = std::move(outputCallback);
+  m_blocking_output = blockingOutput;
   if (m_su_passwd == nullptr) m_su_passwd = new std::string;
   *m_su_passwd = password;
   if (initializePipe() != 0) {
@@ -29,7 +30,7 @@ StartProcess::StartProcess(const std::string& workDir, const std::string& envNam
     m_running = false;
     return;
   }
-  os_thread_create(&m_output_thread, outputThreadFunc, this, 0, 0);
+  if (!os_thread_create(&m_output_thread, outputThreadFunc, this, 0, 0)) m_capture_ended = true;
   if (addProcess(workDir, envNames, command, password, needRoot) <= 0) m_running = false;
 }
 

@@ -200,4 +200,91 @@ TEST(StartProcess, LaunchesFromAThreadThatIsBeingCancelled) {
   }));
 }
 
+TEST(BlockingOutput, LosesNothingOfACommandThatOutrunsTheCallback) {
+  std::atomic<std::size_t> lines{0};
+  const auto count = [&lines](const std::string& chunk) {
+    lines += static_cast<std::size_t>(std::count(chunk.begin(), chunk.end(), '\n'));
+    if (chunk.size() % 16 == 0) std::this_thread::sleep_for(std::chrono::microseconds(100));
+  };
+  StartProcess process("", "", "seq 200000", "", count, 1 << 16, false, true);
+  ::waitpid(process.pid(), nullptr, 0);
+  EXPECT_TRUE(process.flushOutput(-1));
+  EXPECT_EQ(lines, 200000U);
+  const int second = process.addProcess("", "", "seq 100000", "", false);
+  ::waitpid(second, nullptr, 0);
+  EXPECT_TRUE(process.flushOutput(-1));
+  EXPECT_EQ(lines, 300000U);
+}
+
+// The command waits for room: in the callback's way, or, with a buffer of no bytes, because the capture has ended. The
+// launch of a further one, with its announcements, does not wait.
+TEST(BlockingOutput, NeverHoldsTheHostUpAndEndsTheCommandBySigpipe) {
+  for (const unsigned long bufferSize : {4096UL, 0UL}) {
+    EXPECT_TRUE(support::holdsInChild([bufferSize] {
+      std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+      std::atomic<bool> mayGoOn{false};
+      const auto wait = [&](const std::string&) {
+        while (!mayGoOn) ::usleep(1000);
+      };
+      auto process = std::make_unique<StartProcess>("", "", "yes", "", wait, bufferSize, false, true);
+      const int first = process->pid();
+      ::usleep(100000);
+      const int second = process->addProcess("", "", "yes", "", false);
+      const bool isFlushed = process->flushOutput(50);
+      mayGoOn = true;
+      const auto begin = std::chrono::steady_clock::now();
+      process.reset();
+      const bool isQuick = std::chrono::steady_clock::now() - begin < std::chrono::seconds(10);
+      int status = 0;
+      bool isPiped = true;
+      for (const int pid : {first, second}) {
+        ::waitpid(pid, &status, 0);
+        isPiped = isPiped && WIFSIGNALED(status) && WTERMSIG(status) == SIGPIPE;
+      }
+      return isQuick && isPiped && !isFlushed;
+    })) << bufferSize;
+  }
+}
+
+TEST(FlushOutput, IsTrueOnceTheCallbackIsDoneWithAllThatWasWritten) {
+  EXPECT_FALSE(StartProcess().flushOutput(-1)) << "there is no child";
+  std::atomic<bool> mayGoOn{false};
+  support::SharedText output;
+  const auto collect = [&](const std::string& chunk) {
+    while (!mayGoOn) ::usleep(1000);
+    output.append(chunk);
+  };
+  const StartProcess process("", "", "printf abcdefgh", "", collect, 3, false);
+  ::waitpid(process.pid(), nullptr, 0);
+  EXPECT_FALSE(process.flushOutput(0));
+  EXPECT_FALSE(process.flushOutput(20));
+  mayGoOn = true;
+  EXPECT_TRUE(process.flushOutput(-1));
+  EXPECT_EQ(output.get(), "abcdefgh");
+  EXPECT_TRUE(process.flushOutput(0));
+
+  const StartProcess ended("", "", "echo unread", "", collect, 0, false);
+  ::waitpid(ended.pid(), nullptr, 0);
+  EXPECT_FALSE(ended.flushOutput(-1));
+}
+
+// What comes meanwhile is not waited for.
+TEST(FlushOutput, EndsWhileOtherCommandsGoOnWriting) {
+  std::atomic<bool> isHeard{false};
+  const auto listen = [&isHeard](const std::string& chunk) {
+    isHeard = isHeard || chunk.find('#') != std::string::npos;
+  };
+  StartProcess process("", "", "yes", "", listen, 4096, false, true);
+  const int writer = process.pid();
+  for (int i = 0; i < 20; ++i) {
+    isHeard = false;
+    const int pid = process.addProcess("", "", "echo '#'", "", false);
+    ::waitpid(pid, nullptr, 0);
+    EXPECT_TRUE(process.flushOutput(-1));
+    EXPECT_TRUE(isHeard);
+  }
+  ::kill(writer, SIGKILL);
+  ::waitpid(writer, nullptr, 0);
+}
+
 }  // namespace

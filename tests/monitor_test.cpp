@@ -81,6 +81,37 @@ TEST(ProcessMonitor, TakesProcessesThatNeverWereOrAreStoppedAsGone) {
   endChild(stopped);
 }
 
+// The status comes first, and only to the entry of the process that ended.
+TEST(ProcessMonitor, TellsHowAChildHasEndedRightBeforeItsQuitCallback) {
+  support::LogCapture log;
+  support::SharedText told;
+  const auto infoOf = [&told](const std::string& name, int pid) {
+    ProcessInfo info(pid, [&told, name] { return told.append(name + " quit\n"), 0; });
+    info.setExitCallback([&told, name](int status) {
+      const std::string how = WIFEXITED(status) ? "exit " + std::to_string(WEXITSTATUS(status))
+                                                : "signal " + std::to_string(WTERMSIG(status));
+      told.append(name + " " + how + "\n");
+    });
+    return info;
+  };
+  const pid_t exits = ::fork();
+  if (exits == 0) ::_exit(3);
+  const pid_t killed = forkChild(), own = forkChild(), watched = forkChild();
+  ProcessMonitor monitor;
+  monitor.addProcess("exits", infoOf("exits", exits));
+  EXPECT_TRUE(told.eventuallyContains("exits exit 3\nexits quit\n"));
+  monitor.addProcess("killed", infoOf("killed", killed));
+  ::kill(killed, SIGSEGV);
+  EXPECT_TRUE(told.eventuallyContains("killed signal 11\nkilled quit\n"));
+  monitor.addProcess("moved", infoOf("moved", own));
+  monitor.updateProcess("moved", ProcessInfo(watched, nullptr));
+  endChild(watched);
+  EXPECT_TRUE(told.eventuallyContains("moved quit\n"));
+  EXPECT_EQ(told.get().find("moved exit"), std::string::npos);
+  EXPECT_EQ(told.get().find("moved signal"), std::string::npos);
+  endChild(own);
+}
+
 // A process is listed for reaping for one pass; a few attempts make sure that the monitor's end meets one.
 TEST(ProcessMonitor, EndsWithEntriesLeftAndNamesThoseItWasToReap) {
   support::LogCapture log;

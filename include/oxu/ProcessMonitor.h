@@ -51,6 +51,10 @@ class OXU_EXPORT ProcessInfo {
 
   void setQuitCallback(const std::function<int()>& quitCallback);
 
+  /// For a child of the host: is called right before the quit callback, in the same way, with the status that waitpid
+  /// gave, for WIFEXITED and its kin. Not called where updateProcess has moved the entry to another process.
+  void setExitCallback(const std::function<void(int waitStatus)>& exitCallback);
+
   /// Takes over the watched process of `other`, and nothing else.
   void updateProcessInfo(const ProcessInfo& other);
 
@@ -60,6 +64,7 @@ class OXU_EXPORT ProcessInfo {
   int m_pid;
   int m_current_pid;
   std::function<int()> m_quit_callback;
+  std::function<void(int)> m_exit_callback;
 };
 
 class OXU_EXPORT ProcessMonitor {
@@ -87,6 +92,7 @@ class OXU_EXPORT ProcessMonitor {
   struct Snapshot;
 
   static void* watcherLoop(void* monitor);
+  static bool collect(int pid, int& status);
   void refresh(Snapshot& snapshot);
   void checkChild(const std::string& name, const ProcessInfo& info);
   void checkOtherProcess(const std::string& name, const ProcessInfo& info);

@@ -19,9 +19,8 @@
 /// The child belongs to the host: neither the object's end nor the child's own end reaps it (ProcessMonitor does).
 /// Its exit status is not looked at.
 ///
-/// What the command writes goes through a non-blocking pipe. A command that writes faster than the callback
-/// returns loses output once the pipe is full; `exec >/dev/stdout 2>&1; COMMAND` opens it anew, blocking, and
-/// loses nothing.
+/// What the command writes goes through a non-blocking pipe, unless blockingOutput is asked for. A command that writes
+/// faster than the callback returns loses output once the pipe is full.
 #ifndef OXU_STARTPROCESS_H
 #define OXU_STARTPROCESS_H
 
@@ -54,6 +53,8 @@ class OXU_EXPORT StartProcess {
   /// - bufferSize: the largest chunk, in bytes. With 0 the capture ends, with a logged message, at the first output.
   /// - needRoot: runs each of the commands with sudo unless the host is root. The command is split at each ';' for
   ///   that, inside quotes as well.
+  /// - blockingOutput: a command that outruns the callback waits for it and loses nothing, through sudo as well. Where the
+  ///   capture has ended early (a bufferSize of 0, a read error), the command waits until the object's end.
   ///
   /// There is no result: where no child could be made, isRunning() is false afterwards, and "pipe failed: ..." or
   /// "fork failed: ..." is on standard error (and "prepatePipe failed" on standard output for the former). A shell
@@ -61,11 +62,11 @@ class OXU_EXPORT StartProcess {
   /// there.
   StartProcess(const std::string& workDir, const std::string& envNames, const std::string& command,
                const std::string& password, std::function<void(const std::string&)> outputCallback,
-               unsigned long bufferSize, bool needRoot);
+               unsigned long bufferSize, bool needRoot, bool blockingOutput = false);
 
   /// Stops the reader thread, which may deliver "Stop Process!\n" as its last chunk, and closes the pipe; output
   /// that was not read yet is discarded. Returns at the latest 1 second after a running callback has returned. The
-  /// child goes on; its next write fails.
+  /// child goes on; its next write, or the one that waits for room, fails with SIGPIPE.
   ~StartProcess();
 
   StartProcess(const StartProcess&) = delete;
@@ -75,6 +76,12 @@ class OXU_EXPORT StartProcess {
   /// when none could be made; the pipe is closed then, which ends the capture.
   int addProcess(const std::string& workDir, const std::string& envNames, const std::string& command,
                  const std::string& password, bool needRoot);
+
+  /// Waits until all that was written into the pipe before the call has been passed to the callback, which has returned.
+  /// True then; false when `milliseconds` are over (0 only looks, a negative number waits without a limit), when the
+  /// capture has ended with bytes unread, and for an object without a child. From any thread, but never from the callback
+  /// itself, whose return it waits for; not while another thread is in addProcess.
+  bool flushOutput(int milliseconds) const;
 
   /// The child's process id, which is also its group's; -1 until a launch succeeded. The first output can reach the
   /// callback before that: its pid() may be -1 still.
@@ -103,6 +110,8 @@ class OXU_EXPORT StartProcess {
 
   struct Reader;
   bool readOnce(Reader& reader);
+  long readChunk(int fd, Reader& reader);
+  bool countWritten(std::uint64_t& bytes) const;
   int readEnd() const;
 
   std::atomic<bool> m_running;
@@ -112,6 +121,14 @@ class OXU_EXPORT StartProcess {
   int m_pipe_write;
   std::atomic<int> m_pipe_read;  // the reader thread sets a mark in it while it uses it
   std::function<void(const std::string&)> m_output_callback;
+
+  bool m_blocking_output = false;
+  int m_pipe_host = -1;  // the host's own write end of a pipe that blocks, which itself does not
+
+  std::atomic<std::uint64_t> m_read_turn{0};  // odd while the reader takes bytes out of the pipe and counts them
+  std::atomic<std::uint64_t> m_read_bytes{0};
+  std::atomic<std::uint64_t> m_passed_bytes{0};  // of those read: the callback has returned
+  std::atomic<bool> m_capture_ended{false};
 
   // Made by the first launch, and never destroyed: static objects of a host may launch and kill before and after any
   // other static object exists.
