@@ -1,4 +1,6 @@
-// Being told when a process has gone, and starting it again.
+// Being told when a process has gone, and how, and starting it again.
+#include <sys/wait.h>
+
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -14,23 +16,22 @@ int main() {
   constexpr int kStarts = 3;
   std::vector<std::unique_ptr<oxu::StartProcess>> processes;
   std::atomic<int> quits{0};
-  const std::function<void()> start = [&] {
-    processes.push_back(std::make_unique<oxu::StartProcess>("", "", "exit 1", "", nullptr, 4096, false));
+  oxu::ProcessMonitor monitor;
+
+  // Both callbacks run on the monitor's thread once the child is gone and reaped: first that which gets the status.
+  std::function<int()> onQuit;
+  const auto start = [&] {
+    processes.push_back(std::make_unique<oxu::StartProcess>("", "", "exit 3", "", nullptr, 4096, false));
+    oxu::ProcessInfo worker(processes.back()->pid(), onQuit);
+    worker.setExitCallback([](int status) { std::printf("worker ended with exit %d\n", WEXITSTATUS(status)); });
+    monitor.addProcess("worker", worker);
+  };
+  // Registering the same name again is safe.
+  onQuit = [&] {
+    if (quits + 1 < kStarts) start();
+    return ++quits;
   };
   start();
-  {
-    oxu::ProcessMonitor monitor;
-    // Runs on the monitor's thread once the child is gone and reaped. Registering the same name again is safe.
-    const std::function<int()> onQuit = [&] {
-      std::printf("worker has quit\n");
-      if (quits + 1 < kStarts) {
-        start();
-        monitor.addProcess("worker", oxu::ProcessInfo(processes.back()->pid(), onQuit));
-      }
-      return ++quits;
-    };
-    monitor.addProcess("worker", oxu::ProcessInfo(processes.back()->pid(), onQuit));
-    while (quits < kStarts) std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  }
-  std::printf("%zu starts\n", processes.size());
+  while (quits < kStarts) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  std::printf("%d starts\n", quits.load());
 }

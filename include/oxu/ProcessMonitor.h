@@ -4,7 +4,7 @@
 /// |----------------------|-----------------------|-------------------------------------------------|
 /// | addProcess           | adds the entry        | replaces it                                     |
 /// | updateProcess        | adds the entry        | watches the new pid; own pid and callback stay  |
-/// | the process has gone |                       | removes the entry, then calls its quit callback |
+/// | the process has gone |                       | removes the entry, then calls its callbacks     |
 /// | ~ProcessMonitor      |                       | drops it, without a call                        |
 ///
 /// Two kinds of entries. Where both pids of a ProcessInfo are the same, the process is a child of the host, and the
@@ -13,7 +13,7 @@
 /// setPid) has made the pids differ, the process is any other one, looked up in /proc; when it has gone, the entry's
 /// own pid is reaped.
 ///
-/// Threads: addProcess and updateProcess may be called from any thread. Quit callbacks run one at a time on the
+/// Threads: addProcess and updateProcess may be called from any thread. Quit and exit callbacks run one at a time on the
 /// monitor's thread, at most about 200 milliseconds after the process ended. A callback may call addProcess and
 /// updateProcess, to register its own name again as well. It must not throw, not destroy the monitor, and not
 /// wait for a thread that calls the monitor, since it runs with the monitor's mutex held.
