@@ -87,13 +87,28 @@ void BM_DeepWrite(benchmark::State& state) {
 }
 BENCHMARK(BM_DeepWrite)->Unit(benchmark::kMillisecond)->Iterations(3);
 
+template <std::string (Json::*write)() const>
 void BM_WriteRecords(benchmark::State& state) {
   Json array;
   for (int i = 0; i < 100000; ++i) array.append(fiveMembers());
   std::size_t bytes = 0;
-  for (auto _ : state) bytes += array.toString().size();
+  for (auto _ : state) bytes += (array.*write)().size();
   state.SetBytesProcessed(static_cast<std::int64_t>(bytes));
 }
-BENCHMARK(BM_WriteRecords)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(BM_WriteRecords, &Json::toString)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(BM_WriteRecords, &Json::toJson)->Unit(benchmark::kMillisecond);
+
+// A string of plain text, of text in another script, and of bytes that each need an escape.
+template <std::string (Json::*write)() const>
+void BM_WriteString(benchmark::State& state) {
+  const char* const characters[] = {"plain ", "\xd0\xb6", "\n"};
+  std::string text;
+  while (text.size() < 1000000) text += characters[state.range(0)];
+  const Json value(text);
+  for (auto _ : state) benchmark::DoNotOptimize((value.*write)().size());
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+}
+BENCHMARK_TEMPLATE(BM_WriteString, &Json::toString)->DenseRange(0, 2)->Unit(benchmark::kMicrosecond);
+BENCHMARK_TEMPLATE(BM_WriteString, &Json::toJson)->DenseRange(0, 2)->Unit(benchmark::kMicrosecond);
 
 }  // namespace

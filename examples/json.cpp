@@ -30,4 +30,10 @@ int main() {
   status["load"].remove(0);
   status["previous"] = status;  // a copy of what it was
   std::printf("%s\n", status.toString().c_str());
+
+  // What comes from outside is written by toJson, which escapes it.
+  Json report;
+  report["said \"hi\""] = "line\nfeed";
+  report["third"] = 1.0 / 3;
+  std::printf("%s\n", report.toJson().c_str());
 }

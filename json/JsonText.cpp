@@ -1,33 +1,37 @@
 #include <charconv>
+#include <cmath>
 #include <locale>
 #include <new>
 #include <optional>
 #include <sstream>
 #include <utility>
 
+#include "json/JsonEscape.h"
 #include "oxu/Json.h"
 
 namespace oxu::json {
 
 namespace {
 
-// Numbers as a stream with default settings writes them, in the locale at the time of its construction. In the classic
-// one no stream is needed for that.
-class NumberFormat {
+template <class Number, class... Format>
+void appendDigits(std::string& text, Number value, Format... format) {
+  char digits[32];
+  text.append(digits, std::to_chars(digits, digits + sizeof digits, value, format...).ptr);
+}
+
+// How toString writes: strings as they are, numbers as a stream with default settings does, in the locale at the time
+// of its construction. In the classic one no stream is needed for that.
+class PlainFormat {
  public:
-  void append(std::string& text, int value) {
-    if (!m_is_classic) return appendStreamed(text, value);
-    char digits[16];
-    text.append(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
-  }
+  void append(std::string& text, int value) { m_is_classic ? appendDigits(text, value) : appendStreamed(text, value); }
 
   void append(std::string& text, double value) {
-    if (!m_is_classic) return appendStreamed(text, value);
     constexpr int kPrecision = 6;
-    char digits[32];
-    const auto end = std::to_chars(digits, digits + sizeof digits, value, std::chars_format::general, kPrecision);
-    text.append(digits, end.ptr);
+    if (!m_is_classic) return appendStreamed(text, value);
+    appendDigits(text, value, std::chars_format::general, kPrecision);
   }
+
+  static void append(std::string& text, const std::string& bytes) { text += bytes; }
 
  private:
   template <class Number>
@@ -43,15 +47,25 @@ class NumberFormat {
   std::optional<std::ostringstream> m_stream;
 };
 
-void appendQuoted(std::string& text, const std::string& bytes) {
-  text += '"';
-  text += bytes;
-  text += '"';
-}
+// How toJson writes: what any reader of JSON takes.
+struct StrictFormat {
+  static void append(std::string& text, int value) { appendDigits(text, value); }
+
+  static void append(std::string& text, double value) {
+    if (!std::isfinite(value)) {
+      text += "null";
+    } else {
+      appendDigits(text, value);
+    }
+  }
+
+  static void append(std::string& text, const std::string& bytes) { appendEscaped(text, bytes); }
+};
 
 }  // namespace
 
 // Writes a tree into one text, container by container, with the way down on a list of its own.
+template <class Format>
 struct Json::Writer {
   struct Level {
     std::vector<Json>::const_iterator element, elementsEnd;
@@ -60,7 +74,13 @@ struct Json::Writer {
   };
   std::string text;
   std::vector<Level> levels;
-  NumberFormat numbers;
+  Format format;
+
+  std::string textOf(const Json& value) {
+    write(value);
+    while (!levels.empty()) step();
+    return std::move(text);
+  }
 
   void write(const Json& value) {
     switch (value.m_type) {
@@ -71,19 +91,25 @@ struct Json::Writer {
         text += value.m_bool ? "true" : "false";
         break;
       case Int:
-        numbers.append(text, value.m_int);
+        format.append(text, value.m_int);
         break;
       case Double:
-        numbers.append(text, value.m_double);
+        format.append(text, value.m_double);
         break;
       case String:
-        appendQuoted(text, value.m_string);
+        appendQuoted(value.m_string);
         break;
       case Array:
       case Object:
         open(value);
         break;
     }
+  }
+
+  void appendQuoted(const std::string& bytes) {
+    text += '"';
+    format.append(text, bytes);
+    text += '"';
   }
 
   void open(const Json& value) {
@@ -103,17 +129,13 @@ struct Json::Writer {
     if (!level.isFirst) text += ',';
     level.isFirst = false;
     if (level.isArray) return write(*level.element++);
-    appendQuoted(text, level.member->first);
+    appendQuoted(level.member->first);
     text += ':';
     write((level.member++)->second);
   }
 };
 
-std::string Json::toString() const {
-  Writer writer;
-  writer.write(*this);
-  while (!writer.levels.empty()) writer.step();
-  return std::move(writer.text);
-}
+std::string Json::toString() const { return Writer<PlainFormat>().textOf(*this); }
+std::string Json::toJson() const { return Writer<StrictFormat>().textOf(*this); }
 
 }  // namespace oxu::json

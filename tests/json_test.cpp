@@ -20,6 +20,19 @@ Json arrayOf(std::initializer_list<Json> values) {
   return array;
 }
 
+// While it lives, the global locale is the classic one with this facet.
+template <class Facet>
+struct GlobalFacet {
+  const std::locale before = std::locale::global(std::locale(std::locale::classic(), new Facet));
+  ~GlobalFacet() { std::locale::global(before); }
+};
+
+struct Grouping : std::numpunct<char> {
+  char do_thousands_sep() const override { return '.'; }
+  std::string do_grouping() const override { return "\3"; }
+  char do_decimal_point() const override { return ','; }
+};
+
 // What users write, and what must not compile.
 TEST(Json, TakesPartInExpressionsAsUsersWriteThem) {
   Json j;
@@ -125,14 +138,8 @@ TEST(Json, WritesEachKindAsCompactText) {
   for (const char* key : {"b", "aa", "a", "B", "", "\xff", "line\nfeed"}) object[key] = 1;
   EXPECT_EQ(object.toString(), "{\"\":1,\"B\":1,\"a\":1,\"aa\":1,\"b\":1,\"line\nfeed\":1,\"\xff\":1}");
 
-  struct Grouping : std::numpunct<char> {
-    char do_thousands_sep() const override { return '.'; }
-    std::string do_grouping() const override { return "\3"; }
-    char do_decimal_point() const override { return ','; }
-  };
-  const std::locale before = std::locale::global(std::locale(std::locale::classic(), new Grouping));
+  const GlobalFacet<Grouping> facet;
   EXPECT_EQ(arrayOf({1234567, 1234.5, 0}).toString(), "[1.234.567,1.234,5,0]");
-  std::locale::global(before);
 }
 
 // A stream swallows what its locale throws.
@@ -141,12 +148,84 @@ TEST(Json, WritesNoTextWithoutItsNumbersWhereMemoryRunsOut) {
     iter_type do_put(iter_type, std::ios_base&, char, long) const override { throw std::bad_alloc(); }
     iter_type do_put(iter_type, std::ios_base&, char, double) const override { throw std::bad_alloc(); }
   };
-  const std::locale before = std::locale::global(std::locale(std::locale::classic(), new Exhausted));
+  const GlobalFacet<Exhausted> facet;
   for (const Json& number : {Json(7), Json(2.5)}) {
     EXPECT_THROW(arrayOf({"text", number}).toString(), std::bad_alloc) << number.type();
   }
   EXPECT_EQ(arrayOf({"text", true}).toString(), R"(["text",true])");
-  std::locale::global(before);
+}
+
+TEST(Json, WritesValidJsonWithEveryDigitInAnyLocale) {
+  const GlobalFacet<Grouping> facet;
+  EXPECT_EQ(arrayOf({Json(), true, false, INT_MIN, Json::Array, Json::Object}).toJson(),
+            "[null,true,false,-2147483648,[],{}]");
+  const struct {
+    double value;
+    const char* text;
+  } rows[] = {
+      {0.1, "0.1"},
+      {2.0, "2"},
+      {-0.0, "-0"},
+      {1234567.5, "1234567.5"},
+      {1.0 / 3, "0.3333333333333333"},
+      {9007199254740991.0, "9007199254740991"},
+      {1e21, "1e+21"},
+      {5e-324, "5e-324"},
+      {-std::numeric_limits<double>::min(), "-2.2250738585072014e-308"},
+      {std::numeric_limits<double>::max(), "1.7976931348623157e+308"},
+      {HUGE_VAL, "null"},
+      {-HUGE_VAL, "null"},
+      {std::nan(""), "null"},
+  };
+  for (const auto& row : rows) EXPECT_EQ(Json(row.value).toJson(), row.text);
+}
+
+// The replacement character, so many times.
+std::string replaced(int bytes) {
+  std::string text;
+  while (bytes-- > 0) text += "\xef\xbf\xbd";
+  return text;
+}
+
+TEST(Json, EscapesStringsAndKeysAndReplacesEachByteThatIsNoUtf8) {
+  using namespace std::string_literals;
+  const struct {
+    std::string bytes, escaped;
+  } rows[] = {
+      {"", ""},
+      {" a/'\x7f", " a/'\x7f"},
+      {"\"\\\b\f\n\r\t", R"(\"\\\b\f\n\r\t)"},
+      {"a\0b\x01\x0b\x1f"s, R"(a\u0000b\u0001\u000b\u001f)"},
+      // The first and the last characters of each length, and those beside the surrogates.
+      {"\xc2\x80\xdf\xbf", "\xc2\x80\xdf\xbf"},
+      {"\xe0\xa0\x80\xef\xbf\xbf", "\xe0\xa0\x80\xef\xbf\xbf"},
+      {"\xed\x9f\xbf\xee\x80\x80", "\xed\x9f\xbf\xee\x80\x80"},
+      {"\xf0\x90\x80\x80\xf4\x8f\xbf\xbf", "\xf0\x90\x80\x80\xf4\x8f\xbf\xbf"},
+      // Continuations alone, and bytes that are never used.
+      {"\x80z\xbf\xfe\xff", replaced(1) + "z" + replaced(3)},
+      // Overlong forms, surrogates, and what is too large.
+      {"\xc0\xaf\xc1\xbf", replaced(4)},
+      {"\xe0\x9f\xbf", replaced(3)},
+      {"\xf0\x8f\xbf\xbf", replaced(4)},
+      {"\xed\xa0\x80\xed\xbf\xbf", replaced(6)},
+      {"\xf4\x90\x80\x80\xf5\x80\x80\x80", replaced(8)},
+      // Cut off by the end, by a plain byte, by one that needs an escape, and by another character.
+      {"\xc3", replaced(1)},
+      {"\xe2\x82", replaced(2)},
+      {"\xf0\x9f\x98", replaced(3)},
+      {"\xf0\x9f\x98z", replaced(3) + "z"},
+      {"\xc3\"", replaced(1) + "\\\""},
+      {"\xe2\x82\xc3\xa9", replaced(2) + "\xc3\xa9"},
+  };
+  for (const auto& row : rows) {
+    Json object;
+    object[row.bytes] = row.bytes;
+    EXPECT_EQ(object.toJson(), "{\"" + row.escaped + "\":\"" + row.escaped + "\"}");
+  }
+  Json alike;
+  alike["\xfe"] = 1;
+  alike["\xff"] = 2;
+  EXPECT_EQ(alike.toJson(), "{\"" + replaced(1) + "\":1,\"" + replaced(1) + "\":2}");
 }
 
 TEST(Json, EqualsOnlyScalarsOfTheSameKind) {
@@ -210,6 +289,7 @@ TEST(Json, TreesOfAnyDepthNeedNoStack) {
   Json copy(deep);
   EXPECT_FALSE(copy == deep);
   EXPECT_EQ(copy.toString(), deep.toString());
+  EXPECT_EQ(copy.toJson(), deep.toString());
   deep = 1;
   copy.clear();
   EXPECT_EQ(copy.toString(), "[]");

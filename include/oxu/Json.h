@@ -35,6 +35,7 @@ class OXU_EXPORT Json {
   Json(const std::string& value);
   Json(const Json& other);
   ~Json();
+
   Type type() const { return m_type; }
   bool isNull() const { return m_type == Null; }
   bool isBool() const { return m_type == Bool; }
@@ -43,6 +44,7 @@ class OXU_EXPORT Json {
   bool isString() const { return m_type == String; }
   bool isArray() const { return m_type == Array; }
   bool isObject() const { return m_type == Object; }
+
   bool asBool() const;           ///< "function Json::asBool value type error" for any other kind.
   int asInt() const;             ///< "function Json::asInt value type error"; no double is read as an int.
   double asDouble() const;       ///< "function Json::asDouble value type error"; nor an int as a double.
@@ -54,9 +56,11 @@ class OXU_EXPORT Json {
   operator double();
   operator std::string();
   operator std::string() const;
+
   /// Of elements or members. Else "function Json::size value type error", or "... empty ...", but Null is empty.
   int size() const;
   bool empty() const;
+
   /// Replace the value, whatever it was, by the argument, or by a deep copy of it as it was before the call:
   /// the argument may be a part of this value. A Type stands for an empty value of that kind.
   void set(Type type);
@@ -74,10 +78,13 @@ class OXU_EXPORT Json {
   Json& operator=(const std::string& value);
   Json& operator=(const Json& other);
   void copy(const Json& other);
+
   /// Empties the value and keeps its kind.
   void clear();
+
   /// The null value that lookups return when they find nothing. Callers do not modify it.
   static const Json& null();
+
   /// The element, after Null elements were added up to it where it is missing; Null becomes an array.
   /// "function Json::operator [int] requires array value", "function Json::operator [int] index less 0" (a Null is
   /// an array by then).
@@ -87,9 +94,11 @@ class OXU_EXPORT Json {
   Json& operator[](const std::string& key);
   Json& operator[](const char* key);
   Json& operator[](char* key) { return (*this)[static_cast<const char*>(key)]; }
+
   /// Adds a deep copy at the end and returns this array; Null becomes one. The argument may be a part of it.
   /// "function Json::append requires array value".
   Json& append(const Json& value);
+
   /// The element or member, or null() where it is missing.
   /// "function Json::get [int] requires array value", "function Json::get [const std::string &] requires object value".
   const Json& get(int index) const;
@@ -98,6 +107,7 @@ class OXU_EXPORT Json {
   const Json& operator[](int index) const { return get(index); }
   const Json& operator[](const std::string& key) const { return get(key); }
   const Json& operator[](const char* key) const { return get(key); }
+
   /// False as well where the value is no array or object.
   bool has(int index);
   bool has(const std::string& key);
@@ -106,6 +116,7 @@ class OXU_EXPORT Json {
   bool remove(int index);
   bool remove(const std::string& key);
   bool remove(const char* key);
+
   /// Equal are scalars of the same kind and value, and two Nulls. Arrays and objects never are, not even to
   /// themselves. To compare kinds, compare type().
   bool operator==(const Json& other);
@@ -125,17 +136,25 @@ class OXU_EXPORT Json {
   bool operator!=(const char* value) { return !(*this == value); }
   bool operator!=(const std::string& value) { return !(*this == value); }
   bool operator!=(Type) = delete;
+
   /// Compact text: members sorted by key, nothing escaped, doubles with six significant digits (inf and nan too),
   /// numbers as the global locale has them. So not every text is valid JSON.
   std::string toString() const;
 
+  /// Compact text that is valid JSON, whatever the value holds: members sorted by key, strings and keys escaped. Each
+  /// byte that is not part of valid UTF-8 becomes U+FFFD, in UTF-8 EF BF BD, so two keys can become alike. Doubles have
+  /// the fewest digits that read back as the same double; NaN and infinities are null. The locale has no say.
+  std::string toJson() const;
+
  private:
   struct Copier;
+  template <class Format>
   struct Writer;
   void exchange(Json& other) noexcept;
   void releaseChildren() noexcept;
   void growCapacity(std::size_t size);
   bool holds(int index) const;
+
   Type m_type;
   std::int32_t m_int;
   double m_double;
