@@ -121,6 +121,13 @@ bool IniFile::has(const std::string& section, const std::string& key) {
   return find(m_sections, section, key) != nullptr;
 }
 
+std::vector<std::string> IniFile::sections() const {
+  std::vector<std::string> names;
+  names.reserve(m_sections.size());
+  for (const auto& [name, keys] : m_sections) names.push_back(name);
+  return names;
+}
+
 std::map<std::string, std::string>& IniFile::operator[](const std::string& section) { return m_sections[section]; }
 
 std::string IniFile::getString(const std::string& section, const std::string& key, const std::string& defaultValue) {

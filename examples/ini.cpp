@@ -20,7 +20,10 @@ int main(int argc, char** argv) {
               file.getBool("net", "tls", false));
   std::printf("rate %g, burst %g by default\n", file.getDouble("net", "rate", 1), file.getDouble("net", "burst", 10));
 
-  for (const auto& [key, value] : file["net"]) std::printf("net has %s: %s\n", key.c_str(), value.c_str());
+  for (const auto& section : file.sections()) {
+    for (const auto& [key, value] : file[section])
+      std::printf("[%s] has %s: %s\n", section.c_str(), key.c_str(), value.c_str());
+  }
   file["net"]["port"] = "9090";
   std::printf("%s", file.str().c_str());
 }

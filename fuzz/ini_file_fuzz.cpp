@@ -1,4 +1,5 @@
-// What a file of any bytes loads into, written out and loaded again, is the same table.
+// What a file of any bytes loads into, written out and loaded again, is the same table; a host that walks through the
+// table finds all of it.
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -29,7 +30,15 @@ IniFile loaded(const std::string& bytes) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string text = loaded(std::string(reinterpret_cast<const char*>(data), size)).str();
+  IniFile ini = loaded(std::string(reinterpret_cast<const char*>(data), size));
+  const std::string text = ini.str();
   check(loaded(text).str() == text);
+  std::string rebuilt;
+  for (const std::string& section : ini.sections()) {
+    rebuilt += "[" + section + "]\n";
+    for (const auto& [key, value] : ini[section]) rebuilt.append(key).append("=").append(value).append("\n");
+    rebuilt += "\n";
+  }
+  check(rebuilt == text);
   return 0;
 }

@@ -62,6 +62,14 @@ TEST(IniFile, LookupsCreateNothingAndTheIndexOperatorDoes) {
   EXPECT_TRUE(ini.has("s", "") && ini.str() == "[s]\n=\na= # \n\n" && copy.str() == "[s]\n\n");
 }
 
+TEST(IniFile, ListsItsSectionsByTheirBytes) {
+  IniFile ini;
+  EXPECT_TRUE(ini.sections().empty());
+  for (const std::string name : {"b", "\xff", "", "a b", "B"}) ini[name];
+  EXPECT_EQ(ini.sections(), (std::vector<std::string>{"", "B", "a b", "b", "\xff"}));
+  EXPECT_TRUE(ini.load("/dev/null") && ini.sections().empty());
+}
+
 // The path is a value of the table that is discarded. The width is for what the host itself prints next.
 TEST(IniFile, ReplacesTheTableEvenByNothingAndShowsIt) {
   const support::DescriptorCapture output(STDOUT_FILENO);

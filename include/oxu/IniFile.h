@@ -16,10 +16,10 @@
 /// An IniFile owns all its text; a copy is a deep copy. No call but load reports a failure of its own; where
 /// memory runs out, std::bad_alloc passes to the caller.
 ///
-/// | threads at the same time | has, getters, str, show | load, operator[]         |
-/// |--------------------------|-------------------------|--------------------------|
-/// | has, getters, str, show  | allowed                 | not on the same object   |
-/// | load, operator[]         | not on the same object  | not on the same object   |
+/// | threads at the same time          | has, sections, getters, str, show | load, operator[]         |
+/// |-----------------------------------|-----------------------------------|--------------------------|
+/// | has, sections, getters, str, show | allowed                           | not on the same object   |
+/// | load, operator[]                  | not on the same object            | not on the same object   |
 ///
 /// A write through the reference of operator[] counts as a call of it. Distinct objects are independent.
 #ifndef OXU_INIFILE_H
@@ -27,6 +27,7 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 #include "oxu/Export.h"
 
@@ -43,6 +44,10 @@ class OXU_EXPORT IniFile {
 
   /// True when the section exists and holds the key, be its value empty.
   bool has(const std::string& section, const std::string& key);
+
+  /// The names of all sections, with or without keys, ordered by their bytes. The empty name comes first, where
+  /// its section exists.
+  std::vector<std::string> sections() const;
 
   /// The keys and values of a section, to be read or changed; a missing section is created empty. The
   /// reference is valid until the next load or the end of the object.
