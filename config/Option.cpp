@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <iostream>
 #include <stdexcept>
+#include <utility>
 
 #include "os/os_signal.h"
 
@@ -36,13 +37,16 @@ void Option::addOption(const std::string& name, OptionType type, const std::stri
 }
 
 void Option::parse(int argc, char** argv) {
+  // argv may point into the arguments of the parse before, so these live until the end of this one.
+  const std::vector<std::string> previous = std::exchange(m_arguments, {});
   if (argc < 2) return;
   Arguments rest{argv + 1, argv + argc};
   while (!rest.empty()) {
     const std::string argument = rest.take();
     // The checked access is what refuses an empty argument.
-    if (argument.at(0) != '-') continue;
-    if (argument.compare(0, 2, "--") == 0) {
+    if (argument.at(0) != '-') {
+      m_arguments.push_back(argument);
+    } else if (argument.compare(0, 2, "--") == 0) {
       parseLong(argument.substr(2), rest);
     } else {
       parseShort(argument.substr(1), rest);
@@ -107,6 +111,8 @@ void Option::recordFlags(const std::string& characters) {
 }
 
 void Option::record(const std::string& name, const std::string& value) { m_options.at(name).value = value; }
+
+const std::vector<std::string>& Option::arguments() const { return m_arguments; }
 
 Option::OptionType Option::type(const std::string& name) const {
   const auto found = m_options.find(name);

@@ -1,6 +1,7 @@
 // Reading the command line: try  options --port=80 -vq --log in.txt
 #include <cstdio>
 #include <exception>
+#include <string>
 
 #include "oxu/Option.h"
 
@@ -16,6 +17,7 @@ int main(int argc, char** argv) {
     if (!options.getOptionValue("port", port)) port = "8080";
     std::string given;
     std::printf("port %s, verbose %d\n", port.c_str(), options.getOptionValue("v", given));
+    for (const std::string& file : options.arguments()) std::printf("reads %s\n", file.c_str());
     return 0;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "%s\n", error.what());

@@ -56,6 +56,16 @@ void checkFlag(const std::string& name, const std::string& value, const Words& w
   check(value == "true" && std::any_of(words.begin() + 1, words.end(), givesFlag));
 }
 
+// They stand in the vector in the same order, and none looks like an option.
+void checkArguments(const Words& arguments, const Words& words) {
+  auto next = words.begin() + 1;
+  for (const std::string& argument : arguments) {
+    check(!argument.empty() && argument[0] != '-');
+    next = std::find(next, words.end(), argument);
+    check(next++ != words.end());
+  }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -65,6 +75,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   for (const std::string& name : kWithRequiredValue) option.addOption(name, Option::RequiredValue, "");
   for (const std::string& name : kWithOptionalValue) option.addOption(name, Option::OptionalValue, "");
   parse(option, words);
+  checkArguments(option.arguments(), words);
 
   std::string value;
   for (const std::string& name : kFlags) {

@@ -4,14 +4,18 @@
 
 namespace {
 
+void parse(Option& option, std::vector<std::string> arguments) {
+  std::vector<char*> argv;
+  for (std::string& argument : arguments) argv.push_back(argument.data());
+  option.parse(static_cast<int>(argv.size()), argv.data());
+}
+
 // The words stand between commas. Word 0 becomes one that would be refused if it were looked at.
 void parse(Option& option, const std::string& words) {
   std::istringstream line("--" + words);
   std::vector<std::string> arguments;
   for (std::string word; std::getline(line, word, ',');) arguments.push_back(word);
-  std::vector<char*> argv;
-  for (std::string& argument : arguments) argv.push_back(argument.data());
-  option.parse(static_cast<int>(argv.size()), argv.data());
+  parse(option, arguments);
 }
 
 std::string outcomeOf(const std::function<std::string()>& call) {
@@ -65,6 +69,46 @@ TEST(Option, ParseRecordsWhatStandsBeforeTheFirstErrorAndNamesIt) {
       "0,--undef=1>Option --undef is not defined.|0,--undef>Option --undef is not defined.|"
       "0,-\xc3\xa9,-\xa9>\xc3=true;Option -\xa9 is not defined.|2,--,-v,->=-v;Option - requires a value.|"
       "1,--,--=>=true;Option -- does not accept a value.|");
+}
+
+TEST(Option, KeepsTheArgumentsOfTheLatestParseThatBelongToNoOption) {
+  using Words = std::vector<std::string>;
+  Option option;
+  option.addOption("p", Option::RequiredValue, "");
+  option.addOption("o", Option::OptionalValue, "");
+  option.addOption("v", Option::NoValue, "");
+  const struct {
+    Words words, arguments;
+    const char* error;
+  } rows[] = {
+      {{"host", "b", "-v", "a", "=", "--v", "b"}, {"b", "a", "=", "b"}, ""},
+      {{"host", "-p", "1", "c", "--p", "2", "--p=3", "d"}, {"c", "d"}, ""},
+      {{"host", "-o", "e", "-o5", "f", "--o", "g", "--o=6"}, {"e", "f", "g"}, ""},
+      {{"host", "h", "--none", "i"}, {"h"}, "Option --none is not defined."},
+      {{"host", "j", "-p", "-v", "k"}, {"j"}, "Option -p requires a value."},
+      {{"host", "--p="}, {}, "Option --p requires a value."},
+      {{"host", "l", "m"}, {"l", "m"}, ""},
+      {{"host"}, {}, ""},
+      {{"host", "n"}, {"n"}, ""},
+      {{}, {}, ""},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(outcomeOf([&] { return parse(option, row.words), ""; }), row.error);
+    EXPECT_EQ(option.arguments(), row.arguments);
+  }
+  EXPECT_THROW(parse(option, Words{"host", "command", "o", "", "p"}), std::out_of_range);
+  EXPECT_EQ(option.arguments(), (Words{"command", "o"}));
+}
+
+// As a host with commands does, which have arguments of their own.
+TEST(Option, ParsesItsOwnArgumentsAgain) {
+  Option option;
+  parse(option, std::vector<std::string>{"host", "command", "file", std::string(100, 'x')});
+  const std::vector<std::string> expected = {"file", std::string(100, 'x')};
+  std::vector<char*> argv;
+  for (const std::string& argument : option.arguments()) argv.push_back(const_cast<char*>(argument.data()));
+  option.parse(static_cast<int>(argv.size()), argv.data());
+  EXPECT_EQ(option.arguments(), expected);
 }
 
 TEST(Option, GettersConvertAValueAndLeaveErrnoAlone) {

@@ -6,9 +6,9 @@
 /// | RequiredValue | --name=VALUE, or --name VALUE   | -n VALUE, where VALUE does not begin with - |
 /// | OptionalValue | --name=VALUE, or --name         | -nVALUE, or -n                              |
 ///
-/// Arguments that do not begin with a dash are skipped wherever they stand. There is no end mark: a lone
-/// dash or two dashes are options with the empty name. Names and values are bytes, compared exactly. An
-/// occurrence replaces what an earlier one recorded.
+/// Arguments that do not begin with a dash, and are no VALUE, are skipped wherever they stand; arguments() returns
+/// them. There is no end mark: a lone dash or two dashes are options with the empty name. Names and values are
+/// bytes, compared exactly. An occurrence replaces what an earlier one recorded.
 ///
 /// Threads: there is no lock. While one thread calls addOption or parse, no other may use the same object;
 /// the const operations may run at the same time as each other.
@@ -18,6 +18,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "oxu/Export.h"
 
@@ -60,6 +61,11 @@ class OXU_EXPORT Option {
   /// Throws std::out_of_range at an argument that is empty, unless it is the value of the option before.
   void parse(int argc, char** argv);
 
+  /// The arguments of the latest parse that belong to no option, in their order; after a parse that threw, those
+  /// before the bad argument. The next parse replaces the content of the reference, which lives as long as the
+  /// object.
+  const std::vector<std::string>& arguments() const;
+
   /// The registered kind; Undefined for a name that is not registered.
   OptionType type(const std::string& name) const;
 
@@ -98,6 +104,7 @@ class OXU_EXPORT Option {
   void record(const std::string& name, const std::string& value);
 
   std::map<std::string, OptionProperty> m_options;
+  std::vector<std::string> m_arguments;
 };
 
 #endif
