@@ -1,14 +1,24 @@
-// Frames through a stream that is split anywhere: what was packed comes out again, and any other stream does no harm.
+// Frames through a stream that is split anywhere: what was packed comes out again, and any other stream gives what a
+// reader of the whole stream finds in it.
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "examples/log_collector/FrameReader.h"
 #include "oxu/CApi.h"
+#include "oxu/FrameReader.h"
 
 namespace {
+
+using oxu::Frame;
+using oxu::FrameReader;
+
+void check(bool holds) {
+  if (!holds) std::abort();
+}
 
 // Cuts the input: each piece takes its length from the byte in front of it.
 class Input {
@@ -19,6 +29,10 @@ class Input {
   std::size_t number() { return empty() ? 0 : static_cast<unsigned char>(*take(1)); }
   std::string piece() {
     const std::size_t size = std::min(number(), m_left);
+    return {take(size), size};
+  }
+  std::string rest() {
+    const std::size_t size = m_left;
     return {take(size), size};
   }
 
@@ -33,49 +47,80 @@ class Input {
   std::size_t m_left;
 };
 
-struct Message {
-  int type;
-  std::string name, body;
+// What a stream holds.
+struct Content {
+  std::vector<Frame> frames;
+  std::size_t wholeEnd = 0;
+  std::size_t brokenAt = std::string::npos;  // how many bytes it takes to know
 };
 
-void require(bool condition) {
-  if (!condition) std::abort();
+Content contentOf(const std::string& stream, std::size_t maxFrameBytes) {
+  Content content;
+  while (stream.size() - content.wholeEnd >= 4) {
+    const char* const frame = stream.data() + content.wholeEnd;
+    const std::size_t left = stream.size() - content.wholeEnd;
+    std::uint32_t length = 0;
+    std::uint16_t nameLength = 0;
+    std::memcpy(&length, frame, sizeof length);
+    if (length < 3 || std::size_t{length} + 4 > maxFrameBytes) content.brokenAt = content.wholeEnd + 4;
+    if (content.brokenAt != std::string::npos || left < 7) break;
+    std::memcpy(&nameLength, frame + 5, sizeof nameLength);
+    if (length - 3 < nameLength) content.brokenAt = content.wholeEnd + 7;
+    if (length - 3 < nameLength || left - 4 < length) break;
+    content.frames.push_back({static_cast<unsigned char>(frame[4]), std::string(frame + 7, nameLength),
+                              std::string(frame + 7 + nameLength, length - 3 - nameLength)});
+    content.wholeEnd += 4 + length;
+  }
+  return content;
 }
 
-// Feeds the stream in pieces of so many bytes.
-void feed(collector::FrameReader& reader, const std::string& stream, std::size_t step) {
-  for (std::size_t at = 0; at < stream.size(); at += step)
-    require(reader.feed(stream.data() + at, std::min(step, stream.size() - at)));
+// In pieces of so many bytes, with the frames taken after every other piece.
+void checkReading(const std::string& stream, std::size_t step, std::size_t maxFrameBytes, const Content& content) {
+  FrameReader reader(maxFrameBytes);
+  std::size_t added = 0, frames = 0;
+  const auto takeFrames = [&] {
+    for (Frame frame; reader.next(frame); ++frames) {
+      const Frame& expected = content.frames.at(frames);
+      check(frame.type == expected.type && frame.name == expected.name && frame.body == expected.body);
+    }
+  };
+  for (std::size_t piece = 0; added < stream.size() && !reader.isBroken(); ++piece) {
+    const std::size_t size = std::min(step, stream.size() - added);
+    added += size;
+    const bool isSound = reader.add(stream.data() + added - size, size);
+    check(isSound == (added < content.brokenAt) && reader.isBroken() == !isSound);
+    if (piece % 2 == 0) takeFrames();
+  }
+  check(!reader.isBroken() || !reader.add("further", 7));
+  takeFrames();
+  check(frames == content.frames.size() && reader.unfinishedBytes() == added - content.wholeEnd);
 }
 
-void packAndUnpack(Input input) {
+void checkPacking(Input input) {
   const std::size_t step = input.number() + 1;
-  std::vector<Message> messages;
+  Content content;
   std::string stream;
   while (!input.empty()) {
-    messages.push_back({static_cast<int>(input.number()), input.piece(), input.piece()});
+    content.frames.push_back({static_cast<int>(input.number()), input.piece(), input.piece()});
     char* frame = nullptr;
     int length = 0;
-    ProtocolToString(messages.back().type, messages.back().name, messages.back().body, &frame, &length);
+    ProtocolToString(content.frames.back().type, content.frames.back().name, content.frames.back().body, &frame,
+                     &length);
     const std::unique_ptr<char[]> owner(frame);
     stream.append(frame, static_cast<std::size_t>(length) + 4);
   }
-  std::size_t next = 0;
-  collector::FrameReader reader([&](const collector::Frame& frame) {
-    const Message& message = messages.at(next++);
-    require(frame.type == message.type && frame.name == message.name && frame.body == message.body);
-  });
-  feed(reader, stream, step);
-  require(next == messages.size() && reader.unfinishedBytes() == 0);
+  content.wholeEnd = stream.size();
+  checkReading(stream, step, 1 << 20, content);
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  packAndUnpack(Input(data, size));
-  std::size_t bytes = 0;
-  collector::FrameReader reader([&](const collector::Frame& frame) { bytes += frame.name.size() + frame.body.size(); });
-  reader.feed(reinterpret_cast<const char*>(data), size);
-  require(bytes + reader.unfinishedBytes() <= size);
+  checkPacking(Input(data, size));
+  Input input(data, size);
+  const std::size_t step = input.number() + 1;
+  const std::size_t maxFrameBytes = input.number();
+  const std::string stream = input.rest();
+  checkReading(stream, step, maxFrameBytes, contentOf(stream, maxFrameBytes));
   return 0;
 }
