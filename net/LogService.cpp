@@ -29,6 +29,29 @@ void closeClient(CSocket* client) {
 struct LogService::ClientThread {
   LogService* service;
   std::shared_ptr<CSocket> client;
+  std::string peer;  // "IP:PORT", where frames are wanted
+};
+
+// The frames of one connection.
+class LogService::Frames {
+ public:
+  Frames(const LogService& service, const std::string& peer)
+      : m_service(service), m_peer(peer), m_reader(service.m_maxFrameBytes) {}
+
+  // Hands on the frames that the bytes complete; false when the connection is to be closed.
+  bool take(const char* data, int size) try {
+    const bool isSound = m_reader.add(data, static_cast<std::size_t>(size));
+    for (oxu::Frame frame; m_reader.next(frame);) m_service.m_frameCallback(m_peer, frame);
+    if (!isSound) printStatus(stderr, "[LogServiceServer]Broken frame from %s.\n", m_peer.c_str());
+    return isSound;
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+
+ private:
+  const LogService& m_service;
+  const std::string& m_peer;
+  oxu::FrameReader m_reader;
 };
 
 LogService::LogService() = default;
@@ -106,7 +129,7 @@ bool LogService::acceptClient() try {
   unsigned short port = 0;
   if (!m_socket.accept(socket, ip, port, 0)) return false;
   printStatus(stdout, "[LogServiceServer]accept client(%s:%u).\n", ip.c_str(), static_cast<unsigned>(port));
-  startClientThread(client);
+  startClientThread(client, ip, port);
   return true;
 } catch (const std::bad_alloc&) {
   return true;
@@ -114,8 +137,9 @@ bool LogService::acceptClient() try {
 
 // Where it fails, the caller's pointer is the last, and the connection is closed. The entry comes first: a thread that
 // runs must not be lost for lack of memory to remember it.
-void LogService::startClientThread(const std::shared_ptr<CSocket>& client) {
-  std::unique_ptr<ClientThread> argument(new ClientThread{this, client});
+void LogService::startClientThread(const std::shared_ptr<CSocket>& client, const std::string& ip, unsigned short port) {
+  std::unique_ptr<ClientThread> argument(new ClientThread{this, client, {}});
+  if (m_frameCallback) argument->peer = ip + ":" + std::to_string(port);
   m_clientThreads.push_back(0);
   // From then on it is the thread's.
   if (os_thread_create(&m_clientThreads.back(), runClientThread, argument.get(), 0, 0)) (void)argument.release();
@@ -123,13 +147,14 @@ void LogService::startClientThread(const std::shared_ptr<CSocket>& client) {
 
 void* LogService::runClientThread(void* argument) {
   const std::unique_ptr<ClientThread> start(static_cast<ClientThread*>(argument));
-  start->service->handleClient(start->client);
+  start->service->handleClient(start->client, start->peer);
   return nullptr;
 }
 
 // Holds the connection by a pointer of its own. NOLINTNEXTLINE(performance-unnecessary-value-param)
-void LogService::handleClient(std::shared_ptr<CSocket> client) {
+void LogService::handleClient(std::shared_ptr<CSocket> client, const std::string& peer) {
   char buffer[kBufferBytes];
+  Frames frames(*this, peer);
   while (!m_stop) {
     if (os_socket_is_link_broken(client->handle(), 0)) {
       printStatus(stderr, "[LogServiceServer]Link broken or not ready to read.\n");
@@ -142,5 +167,6 @@ void LogService::handleClient(std::shared_ptr<CSocket> client) {
       return;
     }
     if (m_callback) m_callback(buffer, size);
+    if (m_frameCallback && !frames.take(buffer, size)) return;
   }
 }
