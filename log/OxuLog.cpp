@@ -65,12 +65,17 @@ void CLog::setLogLevel(LogLevel level) { m_level.store(level, std::memory_order_
 
 LogLevel CLog::getLogLevel() const { return m_level.load(std::memory_order_relaxed); }
 
-bool CLog::pushLogItem(LogItem& item) { return m_ring.push(item); }
+// A ring that fills up does not wait for the end of the core thread's pause.
+bool CLog::pushLogItem(LogItem& item) {
+  if (!m_ring.push(item)) return false;
+  if (m_pause.isWaiting() && m_ring.isHalfFull()) m_pause.end();
+  return true;
+}
 
 bool CLog::pushWithin(int milliseconds, LogItem& item) {
   // Without storage there never is room, and the ring is not full.
   if (m_ring.header() == nullptr) return false;
-  if (os_wait_until(milliseconds, [&] { return m_ring.push(item); })) return true;
+  if (os_wait_until(milliseconds, [&] { return pushLogItem(item); })) return true;
   m_refused.fetch_add(1, std::memory_order_relaxed);
   return false;
 }
@@ -98,7 +103,7 @@ void* CLog::_coreThread(void* log) {
       self->_printLog(item);
       ++self->m_printed;
     } else {
-      os_thread_sleep_milliseconds(self->m_interval / kNanosecondsPerMillisecond, 0);
+      self->m_pause.wait(self->m_interval / kNanosecondsPerMillisecond, [self] { return self->m_ring.isHalfFull(); });
     }
   }
   return nullptr;

@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "log/Console.h"
+#include "log/IdlePause.h"
 #include "log/LogItem.h"
 #include "log/RingBuffer.h"
 #include "os/os_thread.h"
@@ -64,6 +65,7 @@ class CLog {
   std::atomic<bool> m_running;
   os_thread_handle m_thread;
   std::int32_t m_interval;  // nanoseconds
+  IdlePause m_pause;
   std::atomic<bool> m_colors;
   std::atomic<std::uint64_t> m_refused;
   std::atomic<std::uint64_t> m_printed;  // records, all of which are out

@@ -66,6 +66,9 @@ class CRingBuffer {
   bool push(const Item& item);
   bool pop(Item& item);
 
+  // Whether records wait in half of the slots or more, as far as a moment can tell.
+  bool isHalfFull() const;
+
   // Null without storage.
   const RingHeader* header() const { return m_header; }
 
@@ -75,6 +78,7 @@ class CRingBuffer {
   // Hands out the next slot; false when the ring is full.
   bool reserve(std::uint64_t& slot);
   static std::uint64_t capacityFor(std::uint64_t requested);
+  void awaitTurn(std::uint64_t slot) const;
   static void pauseForEarlierProducers();
   void createStorage(std::uint64_t capacity);
   void releaseStorage();
@@ -92,13 +96,31 @@ bool CRingBuffer<Item>::push(const Item& item) {
   std::uint64_t slot = 0;
   if (m_header == nullptr || !reserve(slot)) return false;
   std::memcpy(&m_items[positionOf(slot)], &item, sizeof(Item));
+  awaitTurn(slot);
   // Publishes the record, in reservation order: the consumer that loads slot + 1 sees the whole
   // copy.
   while (!os_thread_sync_compare_and_swap(&m_header->commitIndex, slot, slot + 1)) {
     pauseForEarlierProducers();
+    awaitTurn(slot);
   }
   os_thread_sync_fetch_add(&m_header->count);
   return true;
+}
+
+// Looks whether the earlier producers have committed, for a bounded time, so that the swap is tried when it can succeed: a
+// swap that fails costs a pause, in which every later producer falls behind as well. First as long as a copy takes on
+// another processor, then as long as it takes on this one. A look only decides when the swap is tried.
+template <class Item>
+void CRingBuffer<Item>::awaitTurn(std::uint64_t slot) const {
+  constexpr int kLooks = 256;
+  constexpr int kYields = 16;
+  for (int look = 0; look < kLooks + kYields && os_thread_sync_load(&m_header->commitIndex) != slot; ++look) {
+    if (look < kLooks) {
+      os_thread_relax();
+    } else {
+      os_thread_yield();
+    }
+  }
 }
 
 template <class Item>
@@ -134,6 +156,14 @@ bool CRingBuffer<Item>::pop(Item& item) {
   } while (!os_thread_sync_compare_and_swap(&m_header->readIndex, slot, slot + 1));
   os_thread_sync_fetch_sub(&m_header->count);
   return true;
+}
+
+template <class Item>
+bool CRingBuffer<Item>::isHalfFull() const {
+  if (m_header == nullptr) return false;
+  // In this order, so that the difference is never negative.
+  const std::uint64_t read = os_thread_sync_load(&m_header->readIndex);
+  return os_thread_sync_load(&m_header->commitIndex) - read >= m_header->capacity / 2;
 }
 
 template <class Item>

@@ -32,6 +32,9 @@ class os_deadline {
 
   bool isOver() const { return remainingMs() == 0; }
 
+  // On the monotonic clock; means nothing without an end.
+  const os_clock_time& end() const { return m_end; }
+
   // Sleeps for so long, but not beyond the end.
   void sleep(std::int64_t nanoseconds) const;
 

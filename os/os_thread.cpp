@@ -1,6 +1,7 @@
 #include "os/os_thread.h"
 
 #include <pthread.h>
+#include <sched.h>
 
 #include <cerrno>
 #include <memory>
@@ -132,6 +133,8 @@ bool os_thread_join(os_thread_handle handle, void** result) {
   delete thread;
   return true;
 }
+
+void os_thread_yield() { ::sched_yield(); }
 
 void os_thread_sleep_milliseconds(std::int64_t milliseconds, int /*option*/) {
   os_clock_time deadline{};

@@ -23,6 +23,12 @@ bool os_thread_join(os_thread_handle handle, void** result);
 // Sleeps for `milliseconds`, whatever signals arrive meanwhile.
 void os_thread_sleep_milliseconds(std::int64_t milliseconds, int option);
 
+// Lets another thread run that waits for a processor.
+void os_thread_yield();
+
+// Tells the processor that the thread waits in a loop for another one.
+inline void os_thread_relax() { __builtin_ia32_pause(); }
+
 // Atomic operations on 64-bit words; all of them are sequentially consistent.
 
 inline bool os_thread_sync_compare_and_swap(std::uint64_t* word, std::uint64_t expected, std::uint64_t desired) {
