@@ -106,7 +106,7 @@ void BM_WriteString(benchmark::State& state) {
   while (text.size() < 1000000) text += characters[state.range(0)];
   const Json value(text);
   for (auto _ : state) benchmark::DoNotOptimize((value.*write)().size());
-  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
 }
 BENCHMARK_TEMPLATE(BM_WriteString, &Json::toString)->DenseRange(0, 2)->Unit(benchmark::kMicrosecond);
 BENCHMARK_TEMPLATE(BM_WriteString, &Json::toJson)->DenseRange(0, 2)->Unit(benchmark::kMicrosecond);

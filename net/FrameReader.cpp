@@ -62,8 +62,8 @@ bool FrameReader::findFrame() {
   return true;
 }
 
-// Only once they are at least half of all bytes: so each byte that is moved stands for one that was taken. The room goes
-// back when little of it is in use, so that one large frame costs its connection nothing later.
+// Waits until the bytes taken are at least half of all, so that no byte is moved for which none was taken. The room
+// goes back when little of it is in use: a large frame leaves its connection no large buffer.
 void FrameReader::dropTaken() {
   if (m_taken < m_bytes.size() - m_taken) return;
   m_bytes.erase(0, m_taken);

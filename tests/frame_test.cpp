@@ -114,7 +114,7 @@ TEST(FrameReader, KnowsABrokenStreamByTheFirstBytesThatDecide) {
 }
 
 TEST(FrameReader, BreaksAtAnyFrameWhereTheLimitIsBelowTheSmallest) {
-  for (const std::size_t limit : {0, 3, 4, 6}) {
+  for (const std::size_t limit : {0U, 3U, 4U, 6U}) {
     FrameReader reader(limit);
     EXPECT_TRUE(reader.add("\x03\0\0", 3));
     EXPECT_FALSE(reader.add("\0", 1));
