@@ -107,13 +107,14 @@ bool CRingBuffer<Item>::push(const Item& item) {
   return true;
 }
 
-// Looks whether the earlier producers have committed, for a bounded time, so that the swap is tried when it can succeed: a
-// swap that fails costs a pause, in which every later producer falls behind as well. First as long as a copy takes on
-// another processor, then as long as it takes on this one. A look only decides when the swap is tried.
+// Looks whether the earlier producers have committed, a bounded number of times, so that the swap is tried when it can
+// succeed. A look only decides when: the swap alone commits. The first looks wait for a copy on another processor. The
+// others let producers on this one go on, and together take longer than the pause after a failed swap: so one producer in
+// its pause does not send all later ones into theirs, one behind the other.
 template <class Item>
 void CRingBuffer<Item>::awaitTurn(std::uint64_t slot) const {
   constexpr int kLooks = 256;
-  constexpr int kYields = 16;
+  constexpr int kYields = 512;
   for (int look = 0; look < kLooks + kYields && os_thread_sync_load(&m_header->commitIndex) != slot; ++look) {
     if (look < kLooks) {
       os_thread_relax();
