@@ -170,8 +170,8 @@ int run(const char* name, int producers, double rate, double seconds, const char
   const double refused = 100.0 * (1 - static_cast<double>(found) / static_cast<double>(calls.size()));
   std::sort(calls.begin(), calls.end());
   const auto quantile = [&](double share) { return calls[static_cast<std::size_t>(share * double(calls.size() - 1))]; };
-  std::fprintf(stderr, "%s %d %.0f %.0f %.3f %.2f %.2f %.2f %.1f\n", name, producers, rate, double(found) / took, refused,
-               double(quantile(0.5)), double(quantile(0.99)), double(calls.back()), 100 * processor / took);
+  std::fprintf(stderr, "%s %d %.0f %.0f %.3f %.2f %.2f %.2f %.1f\n", name, producers, rate, double(found) / took,
+               refused, double(quantile(0.5)), double(quantile(0.99)), double(calls.back()), 100 * processor / took);
   if (latencies != nullptr) {
     std::ofstream out(latencies);
     for (std::size_t i = 0; i < 1000; ++i) out << quantile(double(i) / 999) << "\n";

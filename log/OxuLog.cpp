@@ -16,6 +16,7 @@ constexpr std::uint64_t kRingSlots = 128;
 constexpr std::int32_t kIdlePauseNs = 10000000;
 constexpr std::int32_t kNanosecondsPerMillisecond = 1000000;
 constexpr int kCoreThreadPriority = 2;
+constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::min();
 // A tag, a time stamp, a message and the reset of the colour.
 constexpr std::size_t kMaxLineBytes = sizeof(LogItem::text) + 128;
 
@@ -49,8 +50,10 @@ CLog::CLog()
       m_refused(0),
       m_printed(0),
       m_console(m_running),
-      m_converted_second(std::numeric_limits<std::int64_t>::min()),
-      m_second_text() {
+      m_stamped_second(kNever),
+      m_stamped_millisecond(kNever),
+      m_second_text(),
+      m_stamp() {
   os_thread_create(&m_thread, _coreThread, this, kCoreThreadPriority, 0);
 }
 
@@ -110,14 +113,16 @@ void* CLog::_coreThread(void* log) {
 }
 
 void CLog::_printLog(LogItem& item) {
-  if (item.seconds != m_converted_second || m_second_text[0] == '\0') startSecond(item.seconds);
+  if (item.seconds != m_stamped_second || m_second_text[0] == '\0') startSecond(item.seconds);
+  if (item.milliseconds != m_stamped_millisecond) startMillisecond(item.milliseconds);
   const bool isColored = m_colors.load(std::memory_order_relaxed);
   const char* const tag = _levelStr(item.level);
   char line[kMaxLineBytes];
-  const int size =
-      std::snprintf(line, sizeof line, "%s %s%03d]  %s%s\n", isColored ? tag : withoutColor(tag), m_second_text,
-                    static_cast<int>(item.milliseconds), item.text, isColored ? "\x1b[0m" : "");
-  m_console.write(line, static_cast<std::size_t>(size));
+  char* end = ::stpcpy(line, isColored ? tag : withoutColor(tag));
+  end = ::stpcpy(end, m_stamp);
+  end = ::stpcpy(end, item.text);
+  end = ::stpcpy(end, isColored ? "\x1b[0m\n" : "\n");
+  m_console.write(line, static_cast<std::size_t>(end - line));
 }
 
 // Done once per second of log time, not once per record: localtime's text takes a system call or two, to keep up with a
@@ -130,7 +135,13 @@ void CLog::startSecond(std::int64_t seconds) {
   if (::localtime_r(&time, &local) == nullptr) local = {};
   std::snprintf(m_second_text, sizeof m_second_text, "[%04ld-%02d-%02d %02d:%02d:%02d.", local.tm_year + 1900L,
                 local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
-  m_converted_second = seconds;
+  m_stamped_second = seconds;
+  m_stamped_millisecond = kNever;
+}
+
+void CLog::startMillisecond(std::int64_t milliseconds) {
+  std::snprintf(m_stamp, sizeof m_stamp, " %s%03d]  ", m_second_text, static_cast<int>(milliseconds));
+  m_stamped_millisecond = milliseconds;
 }
 
 const char* CLog::_levelStr(LogLevel level) {

@@ -57,6 +57,7 @@ class CLog {
   static const char* _levelStr(LogLevel level);
   void _printLog(LogItem& item);
   void startSecond(std::int64_t seconds);
+  void startMillisecond(std::int64_t milliseconds);
 
   static std::atomic<CLog*> m_pInstance;
 
@@ -70,10 +71,12 @@ class CLog {
   std::atomic<std::uint64_t> m_refused;
   std::atomic<std::uint64_t> m_printed;  // records, all of which are out
 
-  // The core thread's alone: the console, the second converted last, and the front part of its time stamps.
+  // The core thread's alone: the console, the time of the latest record, and that time as text, blanks around it.
   Console m_console;
-  std::int64_t m_converted_second;
+  std::int64_t m_stamped_second;
+  std::int64_t m_stamped_millisecond;
   char m_second_text[48];
+  char m_stamp[80];
 };
 
 }  // namespace oxu
