@@ -11,6 +11,7 @@ using support::countOf;
 using support::openDescriptors;
 
 const std::string kLoopback = "127.0.0.1";
+using Clock = std::chrono::steady_clock;
 constexpr int kEither = -1;  // the system may have told of it at once
 
 unsigned short portOf(CSocket& socket) {
@@ -202,39 +203,28 @@ TEST(SocketWait, TellsTheStatesOfAConnectionApart) {
   }
 }
 
-TEST(SocketAccept, RefusesAConnectionThatNoDescriptorIsFreeFor) {
-  EXPECT_TRUE(support::holdsInChild([] {
-    Link peers[3];
-    CSocket client;
-    std::string ip;
-    unsigned short port = 0;
-    ISocket* taker = &client;
-    bool right = true;
-    for (Link& peer : peers) right = right && peer.client.connect(kLoopback, peers[0].port());
-    const rlimit limit{64, 64};
-    ::setrlimit(RLIMIT_NOFILE, &limit);
-    int last = -1;
-    for (int fd; (fd = ::dup(STDERR_FILENO)) != -1;) last = fd;
-    // No member function is called meanwhile: a sanitizer needs descriptors to look at the object.
-    const int fds[] = {peers[0].listener.handle(), peers[0].handle(), peers[1].handle()};
-    for (int i : {1, 2}) {
-      char byte;
-      right = right && os_socket_accept(fds[0], nullptr, nullptr, 0) == -1 && os_socket_get_errno_code() == EMFILE &&
-              os_socket_readable(fds[i], 5000, nullptr, 0) && ::recv(fds[i], &byte, 1, 0) == 0;
-    }
-    for (int more = 0; more < 3; ++more) ::close(last - more);
-    return right && peers[0].listener.accept(taker, ip, port, 0) && ::fcntl(client.handle(), F_GETFD) == FD_CLOEXEC;
-  }));
-}
-
-TEST(SocketAccept, LeavesAFileOfTheHostsThatHasTheNumberOfTheReserve) {
-  EXPECT_TRUE(support::holdsInChild([] {
-    auto* const socket = new CSocket;
-    ::closefrom(STDERR_FILENO + 1);
-    for (int i = 0; i < 64; ++i) ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-    const int before = openDescriptors();
-    return socket->releaseRef() == 0 && openDescriptors() == before;
-  }));
+TEST(SocketAccept, PausesForLackOfRoomAloneAndLeavesTheConnectionInTheQueue) {
+  Link link;
+  EXPECT_TRUE(link.client.connect(kLoopback, link.port()));
+  const int listener = link.listener.handle(), nobody = link.nobody.handle();
+  for (const int error : {EMFILE, ENFILE, ENOBUFS, ENOMEM}) {
+    const faults::Fault noRoom(faults::kAccept, error);
+    const auto begin = Clock::now();
+    EXPECT_EQ(os_socket_accept(listener, nullptr, nullptr, 0), -1);
+    EXPECT_EQ(os_socket_get_errno_code(), error);
+    EXPECT_GE(Clock::now() - begin, std::chrono::milliseconds(100));
+  }
+  const auto begin = Clock::now();
+  for (int i = 0; i < 1000; ++i) EXPECT_EQ(os_socket_accept(nobody, nullptr, nullptr, 0), -1);
+  EXPECT_LT(Clock::now() - begin, std::chrono::seconds(5));
+  // No member function is called meanwhile: a sanitizer needs descriptors to look at the object.
+  const rlimit none{3, 1024}, some{1024, 1024};
+  ::setrlimit(RLIMIT_NOFILE, &none);
+  const int refused = os_socket_accept(listener, nullptr, nullptr, 0);
+  ::setrlimit(RLIMIT_NOFILE, &some);
+  EXPECT_TRUE(refused == -1 && os_socket_get_errno_code() == EMFILE);
+  link.accept();
+  EXPECT_EQ(::fcntl(link.server, F_GETFD), FD_CLOEXEC);
 }
 
 // A thread of the service stands for a connection: all are open until the end.
