@@ -261,6 +261,30 @@ TEST(LogService, DeliversWhatEachOfManyClientsSendsByteForByte) {
   for (const auto& [thread, text] : received) EXPECT_EQ(texts.erase(text), 1U);
 }
 
+// The queue keeps them all while none can be taken; then one is taken right after the other.
+TEST(LogService, ServesEachClientOfABurstThatCameWhenThereWasNoRoom) {
+  constexpr int kClients = 1000;
+  const support::DescriptorCapture out(STDOUT_FILENO), err(STDERR_FILENO);
+  std::atomic<int> received{0};
+  LogService service;
+  service.m_callback = [&](const char*, int length) { received += length; };
+  service.startServer(kLoopback, 0);
+  {
+    const faults::Fault noRoom(faults::kAccept, EMFILE);
+    const auto begin = Clock::now();
+    for (int i = 0; i < kClients; ++i) {
+      LogServiceClient client;
+      ASSERT_EQ(client.connect(kLoopback, service.port()), 0);
+      ASSERT_EQ(client.send("13 bytes each", 13), 13);
+    }
+    const int failures = countOf("close socket.\n", err.text());
+    EXPECT_LE(failures, 1 + (Clock::now() - begin) / std::chrono::milliseconds(100));
+  }
+  const auto begin = Clock::now();
+  EXPECT_TRUE(support::eventually([&] { return received == 13 * kClients; })) << received;
+  EXPECT_LT(Clock::now() - begin, std::chrono::seconds(9));
+}
+
 // The first round ends with a stop, the second with the server itself.
 TEST(LogService, TellsOfEachConnectionEndsThemAllWhenStoppedAndStartsAgain) {
   const support::DescriptorCapture out(STDOUT_FILENO), err(STDERR_FILENO);
