@@ -375,6 +375,22 @@ int withoutPort(Peer& peer) {
   return client.connect(kLoopback, peer.triedPort);
 }
 
+// The client's handle gets the lowest free number, which tells its port. Nothing is left of the connection: the port can
+// be bound without address reuse.
+int toItself(Peer& peer) {
+  const int number = ::dup(STDERR_FILENO);
+  ::close(number);
+  LogServiceClient client;
+  sockaddr_in address{};
+  socklen_t length = sizeof address;
+  EXPECT_EQ(::getsockname(number, reinterpret_cast<sockaddr*>(&address), &length), 0);
+  const int result = client.connect(kLoopback, peer.triedPort = ntohs(address.sin_port));
+  const int server = ::socket(AF_INET, SOCK_STREAM, 0);
+  EXPECT_EQ(::bind(server, reinterpret_cast<sockaddr*>(&address), length), 0);
+  ::close(server);
+  return result;
+}
+
 // What each case returns, and prints on standard error: a # stands for the port. A text without a line end is the
 // beginning of what is printed, for cases in which the system may tell of a failure sooner or later.
 TEST(LogServiceClient, ReportsEachFailure) {
@@ -388,7 +404,8 @@ TEST(LogServiceClient, ReportsEachFailure) {
     std::string printed;
   } rows[] = {
       {"nothing to send", [](Peer& peer) { return peer.send(0); }, 0, ""},
-      {"slow reader", [](Peer& peer) { return peer.join().readSlowly(INT_MAX).send(200000); }, 200000, ""},
+      {"reader that is late", [](Peer& peer) { return peer.join().send(200000); }, 200000, ""},
+      {"slow reader", [](Peer& peer) { return peer.join().readSlowly(INT_MAX).send(1 << 20); }, 1 << 20, ""},
       {"reader that stops", [](Peer& peer) { return peer.join().send(kMuch); }, -4,
        prefix + "Socket not ready to write.\n"},
       {"reset", [](Peer& peer) { return peer.join().resetByServer(), peer.send(1); }, -4,
@@ -400,6 +417,7 @@ TEST(LogServiceClient, ReportsEachFailure) {
        notConnected + ". ret = 9\n"},
       {"not connected", [](Peer& peer) { return peer.send(1); }, -4, prefix + "Socket not ready to write.\n"},
       {"refused", [](Peer& peer) { return peer.connectTo(portOf(peer.nobody)); }, -2, notConnected},
+      {"itself", toItself, -2, notConnected + "  \n"},
       {"nobody answers",
        [](Peer& peer) { return peer.client.connect(kLoopback, peer.port()), peer.connectTo(peer.port()); }, -2,
        notConnected + "  \n"},
