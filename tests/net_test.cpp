@@ -122,6 +122,29 @@ TEST(Socket, TakesAnyAddressForATextThatIsNoneAndKeepsTheHandleAfterAFailedBind)
   socket.close();
 }
 
+TEST(Socket, TellsAConnectionThatIsUnderWayFromOneThatFailed) {
+  const struct {
+    int error;
+    bool isUnderWay;
+  } rows[] = {{EINPROGRESS, true}, {EAGAIN, true}, {ECONNREFUSED, false}, {EADDRNOTAVAIL, false}};
+  Link link;
+  for (const auto& row : rows) {
+    const faults::Fault fault(faults::kConnect, row.error);
+    EXPECT_EQ(link.client.connect(kLoopback, link.port()), row.isUnderWay) << row.error;
+  }
+}
+
+TEST(Socket, RaisesNoSigpipeWhenItSendsOverALinkThatIsClosed) {
+  EXPECT_TRUE(support::holdsInChild([] {
+    ::signal(SIGPIPE, SIG_DFL);
+    Link link;
+    link.connect();
+    ::shutdown(link.handle(), SHUT_WR);
+    return link.client.send("x", 1, 0) == -1 && os_socket_get_errno_code() == EPIPE &&
+           link.client.sendTo("x", 1, kLoopback, link.port(), 0) == -1 && os_socket_get_errno_code() == EPIPE;
+  }));
+}
+
 TEST(Socket, CarriesDatagramsWithTheirSender) {
   CSocket sockets[2];
   std::string ip = "kept";

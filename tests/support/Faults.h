@@ -23,6 +23,7 @@ enum Call {
   kSystem,
   kThread,
   kBind,
+  kConnect,
   kAccept
 };
 
