@@ -16,10 +16,12 @@
 namespace {
 
 constexpr int kBufferBytes = 8192;
+constexpr int kClientSendBufferBytes = 256 << 10;
 constexpr int kFramesARound = 2000;
 
-void setBuffers(int fd) {
-  for (const int name : {SO_SNDBUF, SO_RCVBUF}) ::setsockopt(fd, SOL_SOCKET, name, &kBufferBytes, sizeof kBufferBytes);
+void setBuffers(int fd, int sendBytes) {
+  ::setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &sendBytes, sizeof sendBytes);
+  ::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &kBufferBytes, sizeof kBufferBytes);
 }
 
 void waitFor(const std::atomic<long>& received, long bytes) {
@@ -38,13 +40,14 @@ void BM_SendBareSocket(benchmark::State& state) {
   socklen_t length = sizeof address;
   const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
   const int client = ::socket(AF_INET, SOCK_STREAM, 0);
+  setBuffers(listener, kBufferBytes);
   ::bind(listener, reinterpret_cast<sockaddr*>(&address), length);
   ::listen(listener, 1);
   ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
-  setBuffers(client);
+  setBuffers(client, kClientSendBufferBytes);
   if (::connect(client, reinterpret_cast<sockaddr*>(&address), length) != 0) state.SkipWithError("connect");
   const int server = ::accept(listener, nullptr, nullptr);
-  setBuffers(server);
+  setBuffers(server, kBufferBytes);
   std::atomic<long> received{0};
   std::thread reader([&] {
     static char buffer[65536];

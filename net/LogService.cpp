@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 
+#include <climits>
 #include <new>
 
 #include "net/StatusLine.h"
@@ -15,6 +16,7 @@ namespace {
 constexpr int kReadinessWaitMs = 1000;
 constexpr int kAcceptPauseMs = 10;
 constexpr int kBacklog = 10;
+constexpr int kLongestBacklog = INT_MAX;  // the system takes its own maximum
 constexpr int kBufferBytes = 65536;
 
 void closeClient(CSocket* client) {
@@ -75,6 +77,8 @@ void LogService::startServer(const std::string& ip, short port) {
   // From the listening on, the system completes connections and queues them, whether or not the thread has come up.
   printStatus(stderr, "[LogServiceServer]system socket(%s:%d) init success!\n", ip.c_str(), port);
   m_socket.listen(kBacklog);
+  // With few places the system drops connections whose clients have been told that connect and send succeeded.
+  m_socket.listen(kLongestBacklog);
   if (!os_thread_create(&m_thread, runMainThread, this, 0, 0)) {
     fail();
     m_socket.close();
@@ -113,15 +117,17 @@ void* LogService::runMainThread(void* self) {
 }
 
 // Waits with a limit, as every thread here does, so as to see the flag. A failed accept is tried again at once: it has
-// paused by itself where it would fail for the same reason again.
+// paused by itself for lack of room. The pause after a connection ends when the next one waits.
 void LogService::mainThread() {
   while (!m_stop) {
-    if (!os_socket_readable(m_socket.handle(), kReadinessWaitMs, nullptr, m_socket.mode()) || acceptClient())
+    if (!os_socket_readable(m_socket.handle(), kReadinessWaitMs, nullptr, m_socket.mode()))
       os_thread_sleep_milliseconds(kAcceptPauseMs, 0);
+    else if (acceptClient())
+      os_socket_readable(m_socket.handle(), kAcceptPauseMs, nullptr, m_socket.mode());
   }
 }
 
-// False when there is no connection to be had. Without memory for one, the connection waits or is closed.
+// False when no connection was taken. Without memory for one, the connection waits or is closed.
 bool LogService::acceptClient() try {
   const std::shared_ptr<CSocket> client(new CSocket, closeClient);
   ISocket* socket = client.get();
@@ -132,7 +138,8 @@ bool LogService::acceptClient() try {
   startClientThread(client, ip, port);
   return true;
 } catch (const std::bad_alloc&) {
-  return true;
+  os_thread_sleep_milliseconds(kAcceptPauseMs, 0);
+  return false;
 }
 
 // Where it fails, the caller's pointer is the last, and the connection is closed. The entry comes first: a thread that

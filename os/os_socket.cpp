@@ -1,28 +1,18 @@
 #include "os/os_socket.h"
 
 #include <netinet/in.h>
-#include <poll.h>
 #include <sys/ioctl.h>
-#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
-#include <cstdint>
 
 #include "os/os_descriptor.h"
 #include "os/os_thread.h"
 
 namespace {
 
-constexpr int kFailurePauseMs = 10;
-
-// A descriptor to be given up where no other is free, identified, or 0. Best effort, and without a lock, so that a forked
-// child meets none that is held for ever: whoever takes the reserve out is the one to close it, and whoever finds none
-// puts a new one in.
-std::atomic<std::uint64_t> reserve{0};
-std::atomic<int> users{0};
+constexpr int kNoRoomPauseMs = 100;
 
 thread_local int lastError = 0;
 
@@ -50,45 +40,6 @@ int taken(int fd) {
   return failed(EMFILE);
 }
 
-// The low bits of a socket's inode, which tell it from what gets its number later, and the number. 0 for what is no open
-// socket.
-std::uint64_t identified(int fd) {
-  struct stat status {};
-  if (::fstat(fd, &status) != 0 || !S_ISSOCK(status.st_mode)) return 0;
-  return std::uint64_t{status.st_ino} << 32 | static_cast<std::uint32_t>(fd);
-}
-
-void fillReserve() {
-  if (reserve != 0) return;
-  const int fd = os_descriptor_off_standard(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  std::uint64_t none = 0;
-  if (!reserve.compare_exchange_strong(none, identified(fd))) ::close(fd);
-}
-
-// False when there is none. A host that closes every descriptor, as daemons do, has closed the reserve too, and may
-// have given its number to a file of its own: that is left alone.
-bool emptyReserve() {
-  const std::uint64_t held = reserve.exchange(0);
-  const auto fd = static_cast<int>(held & UINT32_MAX);
-  if (held == 0 || identified(fd) != held) return false;
-  ::close(fd);
-  return true;
-}
-
-bool isConnectionPending(int fd) {
-  pollfd listener{fd, POLLIN, 0};
-  return ::poll(&listener, 1, 0) == 1 && (listener.revents & POLLIN) != 0;
-}
-
-// Takes the pending connection off the queue of a handle that no descriptor is free for.
-bool refusePending(int fd) {
-  if (!isConnectionPending(fd) || !emptyReserve()) return false;
-  const int refused = ::accept4(fd, nullptr, nullptr, SOCK_CLOEXEC);
-  if (refused != -1) ::close(refused);
-  fillReserve();
-  return refused != -1;
-}
-
 bool isLackOfRoom(int error) { return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM; }
 
 bool setTimeout(int fd, int name, int milliseconds, RT_MODE mode) {
@@ -98,15 +49,6 @@ bool setTimeout(int fd, int name, int milliseconds, RT_MODE mode) {
 
 }  // namespace
 
-void os_socket_init_library() {
-  ++users;
-  fillReserve();
-}
-
-void os_socket_clear_library() {
-  if (--users == 0) emptyReserve();
-}
-
 int os_socket_get_errno_code() { return lastError; }
 
 int os_socket(int family, int type, int protocol, RT_MODE /*mode*/) {
@@ -114,16 +56,10 @@ int os_socket(int family, int type, int protocol, RT_MODE /*mode*/) {
 }
 
 int os_socket_accept(int fd, void* address, socklen_t* length, RT_MODE /*mode*/) {
-  const int client = checked(::accept4(fd, generic(address), length, SOCK_CLOEXEC));
-  if (client != -1) {
-    fillReserve();
-    return taken(client);
-  }
-  const int error = lastError;
-  if (error == EAGAIN || error == EINTR || error == ECONNABORTED) return -1;
-  // A connection that could be neither taken nor refused is still there: a caller that tries again is slowed down.
-  if (!isLackOfRoom(error) || !refusePending(fd)) os_thread_sleep_milliseconds(kFailurePauseMs, 0);
-  return failed(error);
+  const int client = taken(checked(::accept4(fd, generic(address), length, SOCK_CLOEXEC)));
+  // The connection stays in the queue, so a caller's loop finds it again at once.
+  if (client == -1 && isLackOfRoom(lastError)) os_thread_sleep_milliseconds(kNoRoomPauseMs, 0);
+  return client;
 }
 
 int os_socket_close(int fd, RT_MODE /*mode*/) { return checked(::close(fd)); }

@@ -12,19 +12,17 @@
 // The mode that 0 stands for.
 constexpr RT_MODE get_default_rt_mode() { return 1; }
 
-// What there is one of in the process: the descriptor that os_socket_accept holds in reserve, from the first
-// initialisation to the clearing that goes with it.
-void os_socket_init_library();
-void os_socket_clear_library();
+// Linux sockets need neither.
+inline void os_socket_init_library() {}
+inline void os_socket_clear_library() {}
 
 // The errno number of the latest call of these that failed in this thread, whatever has been called since.
 int os_socket_get_errno_code();
 
 // Both return a close-on-exec handle above the numbers of the standard descriptors.
 //
-// With no descriptor free, os_socket_accept takes the pending connection on the one held in reserve, closes it, and
-// fails: the peer is refused, and a caller's loop does not spin on a connection that it can never take. Where that
-// cannot be done either, and after failures that may last, it pauses for 10 ms before it fails.
+// With no descriptor or memory free, os_socket_accept pauses for 100 ms before it fails: the connection stays in the
+// queue, and a caller that tries again neither spins nor floods its log. No other failure pauses.
 int os_socket(int family, int type, int protocol, RT_MODE mode);
 int os_socket_accept(int fd, void* address, socklen_t* length, RT_MODE mode);
 

@@ -11,6 +11,7 @@ using support::countOf;
 using support::openDescriptors;
 
 const std::string kLoopback = "127.0.0.1";
+using Clock = std::chrono::steady_clock;
 constexpr int kEither = -1;  // the system may have told of it at once
 
 unsigned short portOf(CSocket& socket) {
@@ -121,6 +122,29 @@ TEST(Socket, TakesAnyAddressForATextThatIsNoneAndKeepsTheHandleAfterAFailedBind)
   socket.close();
 }
 
+TEST(Socket, TellsAConnectionThatIsUnderWayFromOneThatFailed) {
+  const struct {
+    int error;
+    bool isUnderWay;
+  } rows[] = {{EINPROGRESS, true}, {EAGAIN, true}, {ECONNREFUSED, false}, {EADDRNOTAVAIL, false}};
+  Link link;
+  for (const auto& row : rows) {
+    const faults::Fault fault(faults::kConnect, row.error);
+    EXPECT_EQ(link.client.connect(kLoopback, link.port()), row.isUnderWay) << row.error;
+  }
+}
+
+TEST(Socket, RaisesNoSigpipeWhenItSendsOverALinkThatIsClosed) {
+  EXPECT_TRUE(support::holdsInChild([] {
+    ::signal(SIGPIPE, SIG_DFL);
+    Link link;
+    link.connect();
+    ::shutdown(link.handle(), SHUT_WR);
+    return link.client.send("x", 1, 0) == -1 && os_socket_get_errno_code() == EPIPE &&
+           link.client.sendTo("x", 1, kLoopback, link.port(), 0) == -1 && os_socket_get_errno_code() == EPIPE;
+  }));
+}
+
 TEST(Socket, CarriesDatagramsWithTheirSender) {
   CSocket sockets[2];
   std::string ip = "kept";
@@ -202,39 +226,28 @@ TEST(SocketWait, TellsTheStatesOfAConnectionApart) {
   }
 }
 
-TEST(SocketAccept, RefusesAConnectionThatNoDescriptorIsFreeFor) {
-  EXPECT_TRUE(support::holdsInChild([] {
-    Link peers[3];
-    CSocket client;
-    std::string ip;
-    unsigned short port = 0;
-    ISocket* taker = &client;
-    bool right = true;
-    for (Link& peer : peers) right = right && peer.client.connect(kLoopback, peers[0].port());
-    const rlimit limit{64, 64};
-    ::setrlimit(RLIMIT_NOFILE, &limit);
-    int last = -1;
-    for (int fd; (fd = ::dup(STDERR_FILENO)) != -1;) last = fd;
-    // No member function is called meanwhile: a sanitizer needs descriptors to look at the object.
-    const int fds[] = {peers[0].listener.handle(), peers[0].handle(), peers[1].handle()};
-    for (int i : {1, 2}) {
-      char byte;
-      right = right && os_socket_accept(fds[0], nullptr, nullptr, 0) == -1 && os_socket_get_errno_code() == EMFILE &&
-              os_socket_readable(fds[i], 5000, nullptr, 0) && ::recv(fds[i], &byte, 1, 0) == 0;
-    }
-    for (int more = 0; more < 3; ++more) ::close(last - more);
-    return right && peers[0].listener.accept(taker, ip, port, 0) && ::fcntl(client.handle(), F_GETFD) == FD_CLOEXEC;
-  }));
-}
-
-TEST(SocketAccept, LeavesAFileOfTheHostsThatHasTheNumberOfTheReserve) {
-  EXPECT_TRUE(support::holdsInChild([] {
-    auto* const socket = new CSocket;
-    ::closefrom(STDERR_FILENO + 1);
-    for (int i = 0; i < 64; ++i) ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-    const int before = openDescriptors();
-    return socket->releaseRef() == 0 && openDescriptors() == before;
-  }));
+TEST(SocketAccept, PausesForLackOfRoomAloneAndLeavesTheConnectionInTheQueue) {
+  Link link;
+  EXPECT_TRUE(link.client.connect(kLoopback, link.port()));
+  const int listener = link.listener.handle(), nobody = link.nobody.handle();
+  for (const int error : {EMFILE, ENFILE, ENOBUFS, ENOMEM}) {
+    const faults::Fault noRoom(faults::kAccept, error);
+    const auto begin = Clock::now();
+    EXPECT_EQ(os_socket_accept(listener, nullptr, nullptr, 0), -1);
+    EXPECT_EQ(os_socket_get_errno_code(), error);
+    EXPECT_GE(Clock::now() - begin, std::chrono::milliseconds(100));
+  }
+  const auto begin = Clock::now();
+  for (int i = 0; i < 1000; ++i) EXPECT_EQ(os_socket_accept(nobody, nullptr, nullptr, 0), -1);
+  EXPECT_LT(Clock::now() - begin, std::chrono::seconds(5));
+  // No member function is called meanwhile: a sanitizer needs descriptors to look at the object.
+  const rlimit none{3, 1024}, some{1024, 1024};
+  ::setrlimit(RLIMIT_NOFILE, &none);
+  const int refused = os_socket_accept(listener, nullptr, nullptr, 0);
+  ::setrlimit(RLIMIT_NOFILE, &some);
+  EXPECT_TRUE(refused == -1 && os_socket_get_errno_code() == EMFILE);
+  link.accept();
+  EXPECT_EQ(::fcntl(link.server, F_GETFD), FD_CLOEXEC);
 }
 
 // A thread of the service stands for a connection: all are open until the end.
@@ -269,6 +282,30 @@ TEST(LogService, DeliversWhatEachOfManyClientsSendsByteForByte) {
   EXPECT_TRUE(support::eventually([&] { return missing == 0; }));
   service.stopServer();
   for (const auto& [thread, text] : received) EXPECT_EQ(texts.erase(text), 1U);
+}
+
+// The queue keeps them all while none can be taken; then one is taken right after the other.
+TEST(LogService, ServesEachClientOfABurstThatCameWhenThereWasNoRoom) {
+  constexpr int kClients = 1000;
+  const support::DescriptorCapture out(STDOUT_FILENO), err(STDERR_FILENO);
+  std::atomic<int> received{0};
+  LogService service;
+  service.m_callback = [&](const char*, int length) { received += length; };
+  service.startServer(kLoopback, 0);
+  {
+    const faults::Fault noRoom(faults::kAccept, EMFILE);
+    const auto begin = Clock::now();
+    for (int i = 0; i < kClients; ++i) {
+      LogServiceClient client;
+      ASSERT_EQ(client.connect(kLoopback, service.port()), 0);
+      ASSERT_EQ(client.send("13 bytes each", 13), 13);
+    }
+    const int failures = countOf("close socket.\n", err.text());
+    EXPECT_LE(failures, 1 + (Clock::now() - begin) / std::chrono::milliseconds(100));
+  }
+  const auto begin = Clock::now();
+  EXPECT_TRUE(support::eventually([&] { return received == 13 * kClients; })) << received;
+  EXPECT_LT(Clock::now() - begin, std::chrono::seconds(9));
 }
 
 // The first round ends with a stop, the second with the server itself.
@@ -361,6 +398,22 @@ int withoutPort(Peer& peer) {
   return client.connect(kLoopback, peer.triedPort);
 }
 
+// The client's handle gets the lowest free number, which tells its port. Nothing is left of the connection: the port can
+// be bound without address reuse.
+int toItself(Peer& peer) {
+  const int number = ::dup(STDERR_FILENO);
+  ::close(number);
+  LogServiceClient client;
+  sockaddr_in address{};
+  socklen_t length = sizeof address;
+  EXPECT_EQ(::getsockname(number, reinterpret_cast<sockaddr*>(&address), &length), 0);
+  const int result = client.connect(kLoopback, peer.triedPort = ntohs(address.sin_port));
+  const int server = ::socket(AF_INET, SOCK_STREAM, 0);
+  EXPECT_EQ(::bind(server, reinterpret_cast<sockaddr*>(&address), length), 0);
+  ::close(server);
+  return result;
+}
+
 // What each case returns, and prints on standard error: a # stands for the port. A text without a line end is the
 // beginning of what is printed, for cases in which the system may tell of a failure sooner or later.
 TEST(LogServiceClient, ReportsEachFailure) {
@@ -374,7 +427,8 @@ TEST(LogServiceClient, ReportsEachFailure) {
     std::string printed;
   } rows[] = {
       {"nothing to send", [](Peer& peer) { return peer.send(0); }, 0, ""},
-      {"slow reader", [](Peer& peer) { return peer.join().readSlowly(INT_MAX).send(200000); }, 200000, ""},
+      {"reader that is late", [](Peer& peer) { return peer.join().send(200000); }, 200000, ""},
+      {"slow reader", [](Peer& peer) { return peer.join().readSlowly(INT_MAX).send(1 << 20); }, 1 << 20, ""},
       {"reader that stops", [](Peer& peer) { return peer.join().send(kMuch); }, -4,
        prefix + "Socket not ready to write.\n"},
       {"reset", [](Peer& peer) { return peer.join().resetByServer(), peer.send(1); }, -4,
@@ -386,6 +440,7 @@ TEST(LogServiceClient, ReportsEachFailure) {
        notConnected + ". ret = 9\n"},
       {"not connected", [](Peer& peer) { return peer.send(1); }, -4, prefix + "Socket not ready to write.\n"},
       {"refused", [](Peer& peer) { return peer.connectTo(portOf(peer.nobody)); }, -2, notConnected},
+      {"itself", toItself, -2, notConnected + "  \n"},
       {"nobody answers",
        [](Peer& peer) { return peer.client.connect(kLoopback, peer.port()), peer.connectTo(peer.port()); }, -2,
        notConnected + "  \n"},

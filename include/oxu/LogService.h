@@ -6,9 +6,9 @@
 /// | listening | startServer                            | prints the init-failed line | stops                   |
 ///
 /// Threads: startServer, stopServer, port and the destructor are called by one thread at a time, and never from the
-/// callback. The server has one thread that accepts (some 98 connections a second at the most) and one for each
-/// connection, with a 64 KiB buffer on its stack. A connection that has ended leaves a small record behind until
-/// stopServer.
+/// callback. The server has one thread that accepts and one for each connection, with a 64 KiB buffer on its stack. A
+/// connection that has ended leaves a small record behind until stopServer. As many connections as the system allows
+/// wait to be accepted, also while no descriptor or memory is free for them.
 ///
 /// What it does is printed as lines that begin with "[LogServiceServer]"; a line that cannot be written is dropped.
 ///

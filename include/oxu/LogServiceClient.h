@@ -20,7 +20,8 @@
 
 class OXU_EXPORT LogServiceClient {
  public:
-  /// Creates the socket and binds it to a port of the system's choosing. Where that fails, "[LogServiceClient]Socket
+  /// Creates the socket, with a send buffer of 256 KiB where the system allows that much, and binds it to a port of the
+  /// system's choosing. Where that fails, "[LogServiceClient]Socket
   /// initialization failed. ret = %d\n" is printed with the errno number, and the operations fail.
   LogServiceClient();
 
@@ -33,14 +34,16 @@ class OXU_EXPORT LogServiceClient {
   /// Connects to `ip`:`port` within 3 seconds. An `ip` that is no IPv4 address ("localhost", "") means the local
   /// machine. Returns 0, or -2 after printing
   /// - "[LogServiceClient]Socket(%s:%d) connection failed. ret = %d\n" with the errno number: it failed at once;
-  /// - "[LogServiceClient]Socket(%s:%d) connection failed  \n": it was refused later, or nothing answered.
+  /// - "[LogServiceClient]Socket(%s:%d) connection failed  \n": it was refused later, nothing answered, or the
+  ///   system connected the client to itself, as it may where no server listens on a port of the ephemeral range.
   ///
   /// After a -2 a new client is needed.
   int connect(const std::string& ip, int port);
 
   /// Sends all of the bytes, waiting for room up to 1 second before each piece. Returns `length` when they have been
   /// given to the system, which is not yet the peer. Otherwise returns, after printing,
-  /// - -4 "[LogServiceClient]Socket not ready to write.\n": there was no room for a second, or no connection;
+  /// - -4 "[LogServiceClient]Socket not ready to write.\n": a third of the send buffer did not become free within a
+  ///   second, or there is no connection;
   /// - -4 "[LogServiceClient]Socket link broken.\n": the connection was reset;
   /// - -3 "[LogServiceClient]Failed to send data. ret = %d\n": a send failed or sent nothing, its result being given;
   ///   or `length` is above 2147483647 (ret = -1), in which case nothing is sent.

@@ -63,7 +63,8 @@ class OXU_EXPORT ISocket : public IBase {
   virtual bool connect(const std::string& ip, unsigned short port) = 0;
 
   /// Takes a pending connection into `client`, an empty socket of the caller's, and stores the peer's address.
-  /// False when there is none, for a null client and for one that holds a handle (the connection is closed then).
+  /// False when there is none, for a null client and for one that holds a handle (the connection is closed then). With
+  /// no descriptor or memory free, false after 100 ms; the connection goes on waiting.
   virtual bool accept(ISocket*& client, std::string& ip, unsigned short& port, RT_MODE mode) = 0;
 
   /// The four return the number of bytes, 0 from a receive at the end of the stream, or -1: nothing to be had or no

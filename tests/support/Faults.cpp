@@ -72,6 +72,8 @@ WRAP(kWait, 0, -1, pid_t, waitpid, (pid_t pid, int* status, int flags), (pid, st
 WRAP(kStat, 0, -1, int, stat, (const char* path, struct stat* status), (path, status))
 WRAP(kSystem, 0, -1, int, system, (const char* line), (line))
 WRAP(kBind, 0, -1, int, bind, (int fd, const sockaddr* address, socklen_t size), (fd, address, size))
+WRAP(kConnect, 0, -1, int, connect, (int fd, const sockaddr* address, socklen_t size), (fd, address, size))
+WRAP(kAccept, 0, -1, int, accept4, (int fd, sockaddr* address, socklen_t* size, int flags), (fd, address, size, flags))
 WRAP(kThread, 0, errno, int, pthread_create, (pthread_t * id, const pthread_attr_t* how, Run run, void* argument),
      (id, how, run, argument))
 

@@ -8,7 +8,24 @@ constexpr int kEveryTime = -1;
 constexpr int kAnyArgument = -1;
 
 // The calls that the test program's linker routes through this file.
-enum Call { kPipe, kFork, kFcntl, kDup2, kPgid, kExec, kSelect, kRead, kWrite, kWait, kStat, kSystem, kThread, kBind };
+enum Call {
+  kPipe,
+  kFork,
+  kFcntl,
+  kDup2,
+  kPgid,
+  kExec,
+  kSelect,
+  kRead,
+  kWrite,
+  kWait,
+  kStat,
+  kSystem,
+  kThread,
+  kBind,
+  kConnect,
+  kAccept
+};
 
 // While it lives, `call` fails with `error`, as often as `times` says; fcntl and dup2 only for one command
 // or target where `argument` names it. One lives at a time. kFork is vfork.
