@@ -47,20 +47,19 @@ bool tryWrite(int fd, const char* line, std::size_t size) {
   return true;
 }
 
-// The same for a stream. The lock is held while a line is written, never while nothing of it is.
+// The same for a stream. What goes through stdio finds room, where the console tells. The stream's lock is held while a
+// line is written, which on a console that blocks may take long, but not while one that does not block is waited for.
 bool tryPrint(std::FILE* stream, int fd, const char* line, std::size_t size) {
   const StreamLock lock(stream);
-  if (fd == -1) {
-    // A stream that the host has made of something else.
-    std::fwrite(line, 1, size, stream);
-    std::fflush(stream);
-    return true;
-  }
-  if (::__fpending(stream) != 0) {
-    if (!hasRoom(fd, 0)) return false;
-    std::fflush(stream);
-  }
-  return tryWrite(fd, line, size);
+  const bool hasText = ::__fpending(stream) != 0;
+  // The first line makes stdio look what the stream leads to, as any use of it does: a terminal is line-buffered.
+  const bool isUnused = ::__fbufsize(stream) == 0;
+  if (fd != -1 && (hasText || isUnused) && !hasRoom(fd, 0)) return false;
+  // A stream without a descriptor is something that the host has made.
+  const bool isThroughStdio = fd == -1 || isUnused;
+  if (isThroughStdio) std::fwrite(line, 1, size, stream);
+  if (isThroughStdio || hasText) std::fflush(stream);
+  return isThroughStdio || tryWrite(fd, line, size);
 }
 
 }  // namespace

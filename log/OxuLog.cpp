@@ -54,6 +54,8 @@ CLog::CLog()
       m_stamped_millisecond(kNever),
       m_second_text(),
       m_stamp() {
+  // The thread begins with all signals blocked, so that no handler of the host's ever runs on it.
+  const os_signal_all_guard undisturbed;
   os_thread_create(&m_thread, _coreThread, this, kCoreThreadPriority, 0);
 }
 

@@ -1,10 +1,11 @@
 #include "os/os_clock.h"
 
-#include <pthread.h>
 #include <time.h>
 
 #include <algorithm>
 #include <cerrno>
+
+#include "os/os_thread.h"
 
 namespace {
 
@@ -43,14 +44,10 @@ void os_clock_adjust_clock_time(os_clock_time* time) {
 
 bool os_clock_nano_sleep(const os_clock_time* time, int /*mode*/) {
   const timespec deadline{time->seconds, time->nanoseconds};
-  // A thread that is cancelled in its sleep would leave what it waits for half done: the sleep is no
-  // cancellation point.
-  int previous = 0;
-  ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &previous);
+  const os_thread_cancel_guard uncancelled;
   int error = EINTR;
   // The deadline is absolute, so a sleep that a signal ended is resumed with what is left of it.
   while (error == EINTR) error = ::clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &deadline, nullptr);
-  ::pthread_setcancelstate(previous, nullptr);
   return error == 0;
 }
 

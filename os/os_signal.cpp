@@ -22,6 +22,14 @@ bool isPipeSignalPending() {
   return sigismember(&pending, SIGPIPE) == 1;
 }
 
+bool isTerminalStop(int signal) { return signal == SIGTSTP || signal == SIGTTIN || signal == SIGTTOU; }
+
+void setAction(int signal, void (*handler)(int)) {
+  struct sigaction action {};
+  action.sa_handler = handler;
+  ::sigaction(signal, &action, nullptr);
+}
+
 }  // namespace
 
 void os_signal_block_all() {
@@ -33,8 +41,7 @@ void os_signal_block_all() {
   ::pthread_sigmask(SIG_SETMASK, &set, nullptr);
 }
 
-os_signal_all_guard::os_signal_all_guard() : m_previous(), m_cancel_state(PTHREAD_CANCEL_ENABLE) {
-  ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_cancel_state);
+os_signal_all_guard::os_signal_all_guard() : m_previous() {
   sigset_t set;
   sigfillset(&set);
   ::pthread_sigmask(SIG_SETMASK, &set, &m_previous);
@@ -43,7 +50,6 @@ os_signal_all_guard::os_signal_all_guard() : m_previous(), m_cancel_state(PTHREA
 os_signal_all_guard::~os_signal_all_guard() {
   const int error = errno;
   ::pthread_sigmask(SIG_SETMASK, &m_previous, nullptr);
-  ::pthread_setcancelstate(m_cancel_state, nullptr);
   errno = error;
 }
 
@@ -51,11 +57,11 @@ void os_signal_reset_for_exec() {
   for (int signal = 1; signal < NSIG; ++signal) {
     struct sigaction action {};
     // Fails for the signals that the C library keeps to itself.
-    if (::sigaction(signal, nullptr, &action) == -1 || action.sa_handler == SIG_DFL) continue;
+    if (::sigaction(signal, nullptr, &action) == -1) continue;
     if (action.sa_handler == SIG_IGN && signal != SIGPIPE) continue;
-    action = {};
-    action.sa_handler = SIG_DFL;
-    ::sigaction(signal, &action, nullptr);
+    // Ignoring a signal drops it. A child that stopped here would stop its parent, which waits for it in vfork.
+    if (isTerminalStop(signal)) setAction(signal, SIG_IGN);
+    if (action.sa_handler != SIG_DFL || isTerminalStop(signal)) setAction(signal, SIG_DFL);
   }
   sigset_t none;
   sigemptyset(&none);

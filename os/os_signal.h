@@ -4,12 +4,14 @@
 
 #include <signal.h>
 
+#include "os/os_thread.h"
+
 // Blocks every signal for the calling thread, for good, but those that report a fault of its own
 // (SIGSEGV and the like), which a host's crash handler must still see.
 void os_signal_block_all();
 
-// While it lives, no signal reaches the calling thread, and no request to cancel the thread ends it. A child that the
-// thread makes meanwhile begins with all signals blocked.
+// While it lives, no signal reaches the calling thread, and no request to cancel the thread ends it. A child or thread
+// that is made meanwhile begins with all signals blocked.
 class os_signal_all_guard {
  public:
   os_signal_all_guard();
@@ -19,11 +21,12 @@ class os_signal_all_guard {
 
  private:
   sigset_t m_previous;
-  int m_cancel_state;
+  os_thread_cancel_guard m_uncancelled;
 };
 
 // For a child right before it executes a program: signals that the parent handles get their default action, and so does
-// an ignored SIGPIPE; other ignored signals stay ignored. Then nothing is blocked any more. Makes system calls only.
+// an ignored SIGPIPE; other ignored signals stay ignored. A stop from the terminal that still waits, which the parent's
+// group was meant to get, is dropped. Then nothing is blocked any more. Makes system calls only.
 void os_signal_reset_for_exec();
 
 // While it lives, a write of this thread to a pipe or socket without a reader fails with EPIPE and

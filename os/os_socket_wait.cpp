@@ -5,49 +5,24 @@
 #include <poll.h>
 #include <sys/ioctl.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <climits>
 
 #include "os/os_clock.h"
 
 namespace {
 
-constexpr std::int64_t kNanosecondsPerMs = 1000000;
-
-// The end of a wait, on the monotonic clock.
-class Deadline {
- public:
-  explicit Deadline(int timeoutMs) : m_is_endless(timeoutMs < 0), m_time() {
-    os_clock_get_time(kOsClockMonotonic, &m_time, kOsClockAbsolute);
-    m_time.nanoseconds += std::max(timeoutMs, 0) * kNanosecondsPerMs;
-    os_clock_adjust_clock_time(&m_time);
-  }
-
-  // What poll is to be given: rounded up, so that it never returns before the end.
-  int remainingMs() const {
-    if (m_is_endless) return -1;
-    os_clock_time now{};
-    os_clock_get_time(kOsClockMonotonic, &now, kOsClockAbsolute);
-    const std::int64_t ns = (m_time.seconds - now.seconds) * 1000 * kNanosecondsPerMs + m_time.nanoseconds -
-                            now.nanoseconds + kNanosecondsPerMs - 1;
-    return static_cast<int>(std::max<std::int64_t>(ns / kNanosecondsPerMs, 0));
-  }
-
- private:
-  bool m_is_endless;
-  os_clock_time m_time;
-};
-
 // What has happened to the handle; 0 when the time is over. poll, unlike getsockopt, leaves a pending error pending.
 int pollOne(int fd, short events, int timeoutMs) {
   if (fd < 0) return POLLNVAL;
-  const Deadline deadline(timeoutMs);
   pollfd handle{fd, events, 0};
-  int ready = -1;
-  do {
-    ready = ::poll(&handle, 1, timeoutMs == 0 ? 0 : deadline.remainingMs());
-  } while (ready == -1 && errno == EINTR);
+  // On a busy handle this look is enough, and no clock is asked.
+  int ready = ::poll(&handle, 1, 0);
+  if (ready != 1 && timeoutMs != 0) {
+    const os_deadline deadline(timeoutMs);
+    do {
+      ready = ::poll(&handle, 1, deadline.remainingMs());
+    } while (ready == -1 && errno == EINTR);
+  }
   return ready == -1 ? POLLNVAL : handle.revents;
 }
 

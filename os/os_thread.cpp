@@ -125,7 +125,14 @@ bool os_thread_create(os_thread_handle* handle, os_thread_function function, voi
   return true;
 }
 
+os_thread_cancel_guard::os_thread_cancel_guard() : m_previous(PTHREAD_CANCEL_ENABLE) {
+  ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_previous);
+}
+
+os_thread_cancel_guard::~os_thread_cancel_guard() { ::pthread_setcancelstate(m_previous, nullptr); }
+
 bool os_thread_join(os_thread_handle handle, void** result) {
+  const os_thread_cancel_guard uncancelled;
   auto* thread = reinterpret_cast<Thread*>(handle);
   if (thread == nullptr || thread == current) return false;
   if (claim(thread) && ::pthread_join(thread->id, nullptr) != 0) return false;

@@ -17,11 +17,23 @@ bool os_thread_create(os_thread_handle* handle, os_thread_function function, voi
 
 // Waits until the thread has ended, its thread-local objects destroyed, and releases the handle. With `result`
 // not null, what the thread's function returned is stored there. False at once for a thread that joins itself,
-// and for handle 0.
+// and for handle 0. A thread that is cancelled waits on.
 bool os_thread_join(os_thread_handle handle, void** result);
 
 // Sleeps for `milliseconds`, whatever signals arrive meanwhile.
 void os_thread_sleep_milliseconds(std::int64_t milliseconds, int option);
+
+// While it lives, a request to cancel the calling thread waits: what the thread is at does not end half done.
+class os_thread_cancel_guard {
+ public:
+  os_thread_cancel_guard();
+  ~os_thread_cancel_guard();
+  os_thread_cancel_guard(const os_thread_cancel_guard&) = delete;
+  os_thread_cancel_guard& operator=(const os_thread_cancel_guard&) = delete;
+
+ private:
+  int m_previous;
+};
 
 // Lets another thread run that waits for a processor.
 void os_thread_yield();

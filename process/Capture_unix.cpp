@@ -82,17 +82,6 @@ bool failReader(const char* format, int error) {
   return false;
 }
 
-// Opens the pipe of a write end a second time. The flags of the first are the command's too.
-int openWithoutBlocking(int writeEnd) {
-  const std::string path = "/proc/self/fd/" + std::to_string(writeEnd);
-  return os_descriptor_off_standard(::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
-}
-
-void closeEnd(int& fd) {
-  if (fd != -1) ::close(fd);
-  fd = -1;
-}
-
 }  // namespace
 
 int StartProcess::initializePipe() {
@@ -115,7 +104,6 @@ int StartProcess::initializePipe() {
   }
   // Best effort: the pipe takes larger bursts.
   ::fcntl(fds[1], F_SETPIPE_SZ, kPipeBytes);
-  if (m_blocking_output) m_pipe_host = openWithoutBlocking(m_pipe_write);
   return 0;
 }
 
@@ -195,23 +183,30 @@ bool StartProcess::flushOutput(int milliseconds) const {
 
 int StartProcess::readEnd() const { return m_pipe_read & ~kInUse; }
 
+// A write end of the host's own, which never blocks: commands share the flags of the other one, and can change them. Where
+// the system gives none, the other one has to do, unless it is meant to block: then there is none, -1.
+int StartProcess::openWriteEnd() const {
+  const std::string path = "/proc/self/fd/" + std::to_string(m_pipe_write);
+  const int own = os_descriptor_off_standard(::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+  if (own != -1 || m_blocking_output) return own;
+  ::fcntl(m_pipe_write, F_SETFL, O_NONBLOCK);
+  return ::fcntl(m_pipe_write, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+}
+
 void StartProcess::stopReadPipe() {
   if (::fcntl(m_pipe_write, F_GETFL) == -1) return;
-  // A full pipe must not block this thread: the reader, which sees that it is to end, would not empty it. A command can
-  // have made its pipe blocking again. One that was asked for stays so: its writer is to end by SIGPIPE, not by EAGAIN.
-  if (!m_blocking_output) ::fcntl(m_pipe_write, F_SETFL, O_NONBLOCK);
-  if (::write(m_blocking_output ? m_pipe_host : m_pipe_write, kWakeUpText, sizeof kWakeUpText - 1) == -1) {
-    push_log(ERROR, "write pipe error");
-  }
+  // A full pipe must not block this thread: the reader, which sees that it is to end, would not empty it.
+  int writeEnd = openWriteEnd();
+  if (::write(writeEnd, kWakeUpText, sizeof kWakeUpText - 1) == -1) push_log(ERROR, "write pipe error");
+  os_descriptor_close(writeEnd);
 }
 
 void StartProcess::closePipe() {
   int readEnd = m_pipe_read.exchange(-1);
-  closeEnd(m_pipe_write);
-  closeEnd(m_pipe_host);
+  os_descriptor_close(m_pipe_write);
   // A read end in use is left to the reader, which closes it at the end of its iteration. -1 has every bit set, so a
   // pipe closed before also counts as in use.
-  if ((readEnd & kInUse) == 0) closeEnd(readEnd);
+  if ((readEnd & kInUse) == 0) os_descriptor_close(readEnd);
 }
 
 }  // namespace oxu

@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <poll.h>
 #include <stdio_ext.h>
 #include <unistd.h>
 
@@ -7,7 +8,9 @@
 #include <cstdio>
 #include <cstring>
 
+#include "os/os_descriptor.h"
 #include "os/os_signal.h"
+#include "os/os_thread.h"
 #include "oxu/CApi.h"
 #include "oxu/StartProcess.h"
 #include "process/LaunchLine.h"
@@ -25,7 +28,8 @@ struct Child {
   int readEnd;
   int writeEnd;
   bool isBlocking;
-  int announceEnd;  // -1 where nothing is announced
+  bool announces;
+  int messageEnd;  // leads into the pipe too, and never blocks: the launching thread waits for what is written
   const std::vector<std::string>& announcements;
   char* const* arguments;
   char* const* environment;
@@ -58,7 +62,11 @@ class Line {
     m_size = static_cast<std::size_t>(std::to_chars(m_text + m_size, m_text + sizeof m_text, number).ptr - m_text);
     return *this;
   }
-  void writeTo(int fd) const { (void)!::write(fd, m_text, m_size); }
+  // A console that stands still takes nothing.
+  void writeTo(int fd) const {
+    pollfd room{fd, POLLOUT, 0};
+    if (::poll(&room, 1, 0) == 1) (void)!::write(fd, m_text, m_size);
+  }
 
  private:
   char m_text[256];
@@ -71,7 +79,7 @@ const char* errorText() {
 }
 
 // As perror does, without stdio and its locks.
-void complainInChild(const char* what) { (Line() << what << ": " << errorText() << "\n").writeTo(STDERR_FILENO); }
+void complainInChild(int fd, const char* what) { (Line() << what << ": " << errorText() << "\n").writeTo(fd); }
 
 // The child, up to the shell. It runs in the host's memory while the launching thread waits and all others go on. So it
 // makes system calls only: they act on the child's own descriptors, group, signal actions and mask. It takes no lock,
@@ -80,24 +88,28 @@ void complainInChild(const char* what) { (Line() << what << ": " << errorText() 
 // Not inlined, so that its frames lie below the one to which the launching thread returns.
 [[noreturn, gnu::noinline]] void becomeShell(const Child& child) {
   ::close(child.readEnd);
-  if (!child.isBlocking && ::fcntl(child.writeEnd, F_SETFL, O_NONBLOCK) == -1) complainInChild("fcntl set nonblock");
+  if (!child.isBlocking && ::fcntl(child.writeEnd, F_SETFL, O_NONBLOCK) == -1) {
+    complainInChild(STDERR_FILENO, "fcntl set nonblock");
+  }
   if (::dup2(child.writeEnd, STDOUT_FILENO) == -1 || ::dup2(child.writeEnd, STDERR_FILENO) == -1) {
-    complainInChild("dup2 failed");
+    complainInChild(STDERR_FILENO, "dup2 failed");
     ::_exit(1);
   }
   // An end that could not be moved away may have had one of these numbers, and is close-on-exec still.
   ::fcntl(STDOUT_FILENO, F_SETFD, 0);
   ::fcntl(STDERR_FILENO, F_SETFD, 0);
-  // Announcements never wait for room, since the launching thread waits for them.
-  if (::setpgid(0, 0) == -1) {
-    (Line() << "Child process(" << ::getpid() << ") setpgid failed: " << errorText() << "\n")
-        .writeTo(child.announceEnd);
+  if (::setpgid(0, 0) == -1 && child.announces) {
+    Line line;
+    line << "Child process(" << ::getpid() << ") setpgid failed: " << errorText() << "\n";
+    line.writeTo(child.messageEnd);
   }
-  for (const std::string& line : child.announcements) (void)!::write(child.announceEnd, line.data(), line.size());
+  if (child.announces) {
+    for (const std::string& line : child.announcements) (void)!::write(child.messageEnd, line.data(), line.size());
+  }
   // Last, when a signal that ends the child has nothing left to tear. Until here all of them are blocked.
   os_signal_reset_for_exec();
   ::execve(kShell, child.arguments, child.environment);
-  complainInChild("execvp failed");
+  complainInChild(child.messageEnd, "execvp failed");
   ::_exit(1);
 }
 
@@ -117,14 +129,15 @@ pid_t launch(const Child& child) {
 
 int StartProcess::addProcess(const std::string& workDir, const std::string& envNames, const std::string& command,
                              const std::string& password, bool needRoot) {
+  const os_thread_cancel_guard uncancelled;
   LaunchLine line = makeLaunchLine(workDir, envNames, command, password, needRoot);
   std::string shell = kShell, option = "-c";
   char* const arguments[] = {shell.data(), option.data(), line.shellLine.data(), nullptr};
   const std::vector<char*> environment = environmentWith(line.passwordEntry);
-  const int pipeOfHost = m_blocking_output ? m_pipe_host : STDOUT_FILENO;
-  const int announceEnd = isStdoutImmediate() ? pipeOfHost : -1;
-  const pid_t pid = launch(
-      {readEnd(), m_pipe_write, m_blocking_output, announceEnd, line.announcements, arguments, environment.data()});
+  int messageEnd = openWriteEnd();
+  const pid_t pid = launch({readEnd(), m_pipe_write, m_blocking_output, isStdoutImmediate(), messageEnd,
+                            line.announcements, arguments, environment.data()});
+  os_descriptor_close(messageEnd);
   if (pid < 0) {
     const os_signal_pipe_guard noSigpipe;
     std::perror("fork failed");

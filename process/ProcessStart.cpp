@@ -35,6 +35,7 @@ StartProcess::StartProcess(const std::string& workDir, const std::string& envNam
 }
 
 StartProcess::~StartProcess() {
+  const os_thread_cancel_guard uncancelled;
   m_running = false;
   stopReadPipe();
   if (m_output_thread != 0) {

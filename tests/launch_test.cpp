@@ -133,6 +133,7 @@ std::atomic<int> handled{0};
 void install(int signal, void (*action)(int)) {
   struct sigaction how {};
   how.sa_handler = action;
+  how.sa_flags = SA_RESTART;
   ::sigaction(signal, &how, nullptr);
 }
 
@@ -198,6 +199,42 @@ TEST(StartProcess, LaunchesFromAThreadThatIsBeingCancelled) {
     }).join();
     return WEXITSTATUS(status) == 7;
   }));
+}
+
+// Ctrl-Z reaches the child while it is still in the host's group. The launching thread, which waits for the child to become
+// the shell, must not wait for a child that is stopped.
+TEST(StartProcess, LaunchesWhileTheTerminalStopsAndContinuesTheHost) {
+  EXPECT_TRUE(support::holdsInChild([] {
+    ::setpgid(0, 0);
+    install(SIGTSTP, [](int) {});
+    const pid_t terminal = ::fork();
+    if (terminal == 0) {
+      install(SIGTSTP, SIG_IGN);
+      for (::alarm(20);; ::usleep(100)) ::kill(0, SIGTSTP);
+    }
+    bool allEnded = true;
+    for (int i = 0; i < 300; ++i) allEnded = allEnded && Launched("exit 0").wait() == 0;
+    ::kill(terminal, SIGKILL);
+    ::waitpid(terminal, nullptr, 0);
+    return allEnded;
+  }));
+}
+
+// The command takes every chance to make the pipe a blocking one while it is full.
+TEST(StartProcess, EndsAtOnceThoughTheCommandMakesItsFullPipeBlock) {
+  const char* const command =
+      "exec perl -e 'use Fcntl; $f = fcntl(STDOUT, F_GETFL, 0); $c = \"x\" x 65536;"
+      "while (1) { fcntl(STDOUT, F_SETFL, O_NONBLOCK | $f); syswrite(STDOUT, $c); fcntl(STDOUT, F_SETFL, $f & "
+      "~O_NONBLOCK) }'";
+  for (int i = 0; i < 20; ++i) {
+    auto process = std::make_unique<StartProcess>(
+        "", "", command, "", [](const std::string&) {}, 1 << 16, false);
+    const int pid = process->pid();
+    ::usleep(20000);
+    process.reset();
+    ::kill(-pid, SIGKILL);
+    ::waitpid(pid, nullptr, 0);
+  }
 }
 
 TEST(BlockingOutput, LosesNothingOfACommandThatOutrunsTheCallback) {

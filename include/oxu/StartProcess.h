@@ -113,6 +113,7 @@ class OXU_EXPORT StartProcess {
   long readChunk(int fd, Reader& reader);
   bool countWritten(std::uint64_t& bytes) const;
   int readEnd() const;
+  int openWriteEnd() const;
 
   std::atomic<bool> m_running;
   std::uint64_t m_output_thread;
@@ -123,7 +124,6 @@ class OXU_EXPORT StartProcess {
   std::function<void(const std::string&)> m_output_callback;
 
   bool m_blocking_output = false;
-  int m_pipe_host = -1;  // the host's own write end of a pipe that blocks, which itself does not
 
   std::atomic<std::uint64_t> m_read_turn{0};  // odd while the reader takes bytes out of the pipe and counts them
   std::atomic<std::uint64_t> m_read_bytes{0};
