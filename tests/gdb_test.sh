@@ -3,32 +3,16 @@
 set -u
 program=$1 printers=$2 commands=$3
 
-skip() { echo "skipped: $*"; exit 77; }
-
-command -v gdb >/dev/null || skip "gdb is not installed"
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-
 # Nothing of the user's, and no look-up of debug information over the network.
-run_gdb() { env -u DEBUGINFOD_URLS HOME="$work" timeout 60 gdb -nx -batch "$@" </dev/null 2>&1; }
+run_gdb() { env -u DEBUGINFOD_URLS HOME=/nonexistent timeout 60 gdb -nx -batch "$@" </dev/null 2>&1; }
 
-[[ $(run_gdb -ex 'python print("Python", 1)') == "Python 1" ]] || skip "this gdb has no Python"
+[[ $(run_gdb -ex 'python print("Python", 1)') == "Python 1" ]] || { echo "skipped: no gdb with Python"; exit 77; }
 output=$(run_gdb -ex "source $printers" -x "$commands" "$program")
-[[ $output == *$'\nready\n'* ]] || {
-  grep -i 'ptrace: \|trace the inferior' <<<"$output" && skip "this process may not trace another"
-  echo "$output"
-  exit 1
-}
-mapfile -t lines < <(sed '1,/^ready$/d; s/^\$[0-9]* = //' <<<"$output")
-mapfile -t expected < <(sed -n 's/^#= //p' "$commands")
-
-faults=0
-for i in "${!expected[@]}"; do
-  [[ ${lines[i]-} =~ ^${expected[i]}$ ]] && continue
-  printf 'FAILED, expected: %s\n        printed:  %s\n' "${expected[i]}" "${lines[i]-}"
-  faults=$((faults + 1))
-done
-printf '%s\n' "${lines[@]:${#expected[@]}}" >"$work/rest"
-grep -n 'Python\|Error' "$work/rest" && faults=$((faults + 1))
-((faults == 0)) && echo "${#expected[@]} lines as expected"
-exit "$((faults != 0))"
+if grep -i 'ptrace: \|trace the inferior' <<<"$output"; then
+  echo "skipped: this process may not trace another"
+  exit 77
+fi
+# A line that is printed several times in a row counts once: there are many of "cannot be read".
+diff <(sed -n 's/^#= //p' "$commands") <(sed '1,/^ready$/d; s/^\$[0-9]* = //' <<<"$output" | uniq) && exit
+echo "$output"
+exit 1
