@@ -220,23 +220,6 @@ TEST(StartProcess, LaunchesWhileTheTerminalStopsAndContinuesTheHost) {
   }));
 }
 
-// The command takes every chance to make the pipe a blocking one while it is full.
-TEST(StartProcess, EndsAtOnceThoughTheCommandMakesItsFullPipeBlock) {
-  const char* const command =
-      "exec perl -e 'use Fcntl; $f = fcntl(STDOUT, F_GETFL, 0); $c = \"x\" x 65536;"
-      "while (1) { fcntl(STDOUT, F_SETFL, O_NONBLOCK | $f); syswrite(STDOUT, $c); fcntl(STDOUT, F_SETFL, $f & "
-      "~O_NONBLOCK) }'";
-  for (int i = 0; i < 20; ++i) {
-    auto process = std::make_unique<StartProcess>(
-        "", "", command, "", [](const std::string&) {}, 1 << 16, false);
-    const int pid = process->pid();
-    ::usleep(20000);
-    process.reset();
-    ::kill(-pid, SIGKILL);
-    ::waitpid(pid, nullptr, 0);
-  }
-}
-
 TEST(BlockingOutput, LosesNothingOfACommandThatOutrunsTheCallback) {
   std::atomic<std::size_t> lines{0};
   const auto count = [&lines](const std::string& chunk) {
