@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "config/LineReader.h"
+#include "os/os_print.h"
 #include "os/os_signal.h"
 
 namespace {
@@ -105,8 +106,7 @@ bool IniFile::load(const std::string& path) {
   Table previous = std::exchange(m_sections, {});
   oxu::LineReader lines(path);
   if (!lines.isOpen()) {
-    const os_signal_pipe_guard noSigpipe;
-    std::printf("Failed to open file %s\n", path.c_str());
+    os_print(stdout, "Failed to open file %s\n", path.c_str());
     return false;
   }
   previous.clear();

@@ -1,11 +1,11 @@
 #include "oxu/Option.h"
 
-#include <cerrno>
 #include <cstdio>
 #include <iostream>
 #include <stdexcept>
 #include <utility>
 
+#include "os/os_print.h"
 #include "os/os_signal.h"
 
 namespace {
@@ -131,12 +131,7 @@ bool Option::getOptionValue(const std::string& name, std::string& value) const {
 std::string Option::getString(const std::string& name) const {
   std::string value;
   if (getOptionValue(name, value)) return value;
-  const int error = errno;
-  {
-    const os_signal_pipe_guard noSigpipe;
-    std::printf("Option %s not found\n", name.c_str());
-  }
-  errno = error;
+  os_print(stdout, "Option %s not found\n", name.c_str());
   return value;
 }
 

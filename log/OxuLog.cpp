@@ -13,8 +13,7 @@ namespace oxu {
 
 namespace {
 constexpr std::uint64_t kRingSlots = 128;
-constexpr std::int32_t kIdlePauseNs = 10000000;
-constexpr std::int32_t kNanosecondsPerMillisecond = 1000000;
+constexpr std::int32_t kIdlePauseNs = 10 * kNanosecondsPerMs;
 constexpr int kCoreThreadPriority = 2;
 constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::min();
 // A tag, a time stamp, a message and the reset of the colour.
@@ -108,7 +107,8 @@ void* CLog::_coreThread(void* log) {
       self->_printLog(item);
       ++self->m_printed;
     } else {
-      self->m_pause.wait(self->m_interval / kNanosecondsPerMillisecond, [self] { return self->m_ring.isHalfFull(); });
+      self->m_pause.wait(static_cast<int>(self->m_interval / kNanosecondsPerMs),
+                         [self] { return self->m_ring.isHalfFull(); });
     }
   }
   return nullptr;

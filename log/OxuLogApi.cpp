@@ -15,8 +15,8 @@ void stampWithNow(oxu::LogItem& item) {
   using std::chrono::nanoseconds;
   const auto now = std::chrono::system_clock::now().time_since_epoch();
   const std::int64_t sinceEpoch = std::chrono::duration_cast<nanoseconds>(now).count();
-  item.seconds = sinceEpoch / 1000000000;
-  item.milliseconds = sinceEpoch / 1000000 - item.seconds * 1000;
+  item.seconds = sinceEpoch / kNanosecondsPerSecond;
+  item.milliseconds = sinceEpoch / kNanosecondsPerMs - item.seconds * 1000;
 }
 
 bool pushFormatted(int milliseconds, int level, const char* format, va_list arguments) {

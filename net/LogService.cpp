@@ -1,12 +1,9 @@
 #include "oxu/LogService.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-
 #include <climits>
 #include <new>
 
-#include "net/StatusLine.h"
+#include "os/os_print.h"
 #include "os/os_socket.h"
 #include "os/os_socket_wait.h"
 #include "os/os_thread.h"
@@ -22,7 +19,7 @@ constexpr int kBufferBytes = 65536;
 void closeClient(CSocket* client) {
   client->close();
   delete client;
-  printStatus(stderr, "[LogServiceServer]close socket.\n");
+  os_print_now(stderr, "[LogServiceServer]close socket.\n");
 }
 
 }  // namespace
@@ -44,7 +41,7 @@ class LogService::Frames {
   bool take(const char* data, int size) try {
     const bool isSound = m_reader.add(data, static_cast<std::size_t>(size));
     for (oxu::Frame frame; m_reader.next(frame);) m_service.m_frameCallback(m_peer, frame);
-    if (!isSound) printStatus(stderr, "[LogServiceServer]Broken frame from %s.\n", m_peer.c_str());
+    if (!isSound) os_print_now(stderr, "[LogServiceServer]Broken frame from %s.\n", m_peer.c_str());
     return isSound;
   } catch (const std::bad_alloc&) {
     return false;
@@ -62,12 +59,11 @@ LogService::~LogService() { stopServer(); }
 
 void LogService::startServer(const std::string& ip, short port) {
   const auto fail = [&] {
-    printStatus(stderr, "[LogServiceServer]system socket(%s:%d) init failed!\n", ip.c_str(), port);
+    os_print_now(stderr, "[LogServiceServer]system socket(%s:%d) init failed!\n", ip.c_str(), port);
   };
   if (m_thread != 0) return fail();
 
   m_stop = false;
-  m_thread = 0;
   m_clientThreads.clear();
   if (!m_socket.initSocket(SOCK_STREAM, ip, static_cast<unsigned short>(port), 0)) {
     fail();
@@ -75,7 +71,7 @@ void LogService::startServer(const std::string& ip, short port) {
     return;
   }
   // From the listening on, the system completes connections and queues them, whether or not the thread has come up.
-  printStatus(stderr, "[LogServiceServer]system socket(%s:%d) init success!\n", ip.c_str(), port);
+  os_print_now(stderr, "[LogServiceServer]system socket(%s:%d) init success!\n", ip.c_str(), port);
   m_socket.listen(kBacklog);
   // With few places the system drops connections whose clients have been told that connect and send succeeded.
   m_socket.listen(kLongestBacklog);
@@ -102,13 +98,11 @@ void LogService::stopServer() {
 unsigned short LogService::port() const {
   // Another server can have come first, between the binding and the listening.
   int isListening = 0;
-  socklen_t length = sizeof isListening;
-  os_socket_get_sock_opt(m_socket.handle(), SOL_SOCKET, SO_ACCEPTCONN, &isListening, &length, m_socket.mode());
-  sockaddr_in address{};
-  length = sizeof address;
-  if (isListening == 0) return 0;
-  if (os_socket_get_sock_name(m_socket.handle(), &address, &length, m_socket.mode()) == -1) return 0;
-  return ntohs(address.sin_port);
+  unsigned int length = sizeof isListening;
+  std::string ip;
+  unsigned short port = 0;
+  m_socket.getSockopt(SOL_SOCKET, SO_ACCEPTCONN, &isListening, &length);
+  return isListening != 0 && m_socket.getSockName(ip, port) ? port : 0;
 }
 
 void* LogService::runMainThread(void* self) {
@@ -134,7 +128,7 @@ bool LogService::acceptClient() try {
   std::string ip;
   unsigned short port = 0;
   if (!m_socket.accept(socket, ip, port, 0)) return false;
-  printStatus(stdout, "[LogServiceServer]accept client(%s:%u).\n", ip.c_str(), static_cast<unsigned>(port));
+  os_print_now(stdout, "[LogServiceServer]accept client(%s:%u).\n", ip.c_str(), static_cast<unsigned>(port));
   startClientThread(client, ip, port);
   return true;
 } catch (const std::bad_alloc&) {
@@ -148,7 +142,7 @@ void LogService::startClientThread(const std::shared_ptr<CSocket>& client, const
   std::unique_ptr<ClientThread> argument(new ClientThread{this, client, {}});
   if (m_frameCallback) argument->peer = ip + ":" + std::to_string(port);
   m_clientThreads.push_back(0);
-  // From then on it is the thread's.
+  // A started thread owns the argument.
   if (os_thread_create(&m_clientThreads.back(), runClientThread, argument.get(), 0, 0)) (void)argument.release();
 }
 
@@ -164,13 +158,13 @@ void LogService::handleClient(std::shared_ptr<CSocket> client, const std::string
   Frames frames(*this, peer);
   while (!m_stop) {
     if (os_socket_is_link_broken(client->handle(), 0)) {
-      printStatus(stderr, "[LogServiceServer]Link broken or not ready to read.\n");
+      os_print_now(stderr, "[LogServiceServer]Link broken or not ready to read.\n");
       return;
     }
     if (!os_socket_readable(client->handle(), kReadinessWaitMs, nullptr, client->mode())) continue;
     const int size = client->receive(buffer, kBufferBytes, 0);
     if (size <= 0) {
-      printStatus(stderr, "[LogServiceServer]Failed to receive data.\n");
+      os_print_now(stderr, "[LogServiceServer]Failed to receive data.\n");
       return;
     }
     if (m_callback) m_callback(buffer, size);

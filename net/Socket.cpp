@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "net/StatusLine.h"
+#include "os/os_print.h"
 #include "os/os_socket.h"
 #include "os/os_thread.h"
 
@@ -133,7 +133,7 @@ bool CSocket::close() {
 bool CSocket::bind(const std::string& ip, unsigned short port) {
   const sockaddr_in address = makeAddress(ip, port);
   if (os_socket_bind(m_fd, &address, sizeof address, m_mode) != -1) return true;
-  printStatus(stdout, "Bind failed, error code: %d\n", os_socket_get_errno_code());
+  os_print_now(stdout, "Bind failed, error code: %d\n", os_socket_get_errno_code());
   return false;
 }
 

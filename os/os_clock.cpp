@@ -9,9 +9,6 @@
 
 namespace {
 
-constexpr std::int64_t kNanosecondsPerSecond = 1000000000;
-constexpr std::int64_t kNanosecondsPerMs = 1000000;
-
 // The present time and so much more.
 os_clock_time timeAfter(std::int64_t nanoseconds) {
   os_clock_time time{};

@@ -9,6 +9,9 @@ struct os_clock_time {
   std::int64_t nanoseconds;
 };
 
+constexpr std::int64_t kNanosecondsPerSecond = 1000000000;
+constexpr std::int64_t kNanosecondsPerMs = 1000000;
+
 constexpr int kOsClockMonotonic = 1;
 constexpr int kOsClockAbsolute = 1;
 

@@ -28,12 +28,12 @@ int failed(int error) {
   return checked(-1);
 }
 
-sockaddr* generic(void* address) { return static_cast<sockaddr*>(address); }
-const sockaddr* generic(const void* address) { return static_cast<const sockaddr*>(address); }
+sockaddr* toSockaddr(void* address) { return static_cast<sockaddr*>(address); }
+const sockaddr* toSockaddr(const void* address) { return static_cast<const sockaddr*>(address); }
 
 // Passes a new handle on, away from the numbers of the standard descriptors: what a host that has closed its own
 // prints would go to the peer.
-int taken(int fd) {
+int offStandardNumbers(int fd) {
   const int moved = os_descriptor_off_standard(fd);
   if (moved == -1 || moved > STDERR_FILENO) return moved;
   ::close(moved);
@@ -52,11 +52,11 @@ bool setTimeout(int fd, int name, int milliseconds, RT_MODE mode) {
 int os_socket_get_errno_code() { return lastError; }
 
 int os_socket(int family, int type, int protocol, RT_MODE /*mode*/) {
-  return taken(checked(::socket(family, type | SOCK_CLOEXEC, protocol)));
+  return offStandardNumbers(checked(::socket(family, type | SOCK_CLOEXEC, protocol)));
 }
 
 int os_socket_accept(int fd, void* address, socklen_t* length, RT_MODE /*mode*/) {
-  const int client = taken(checked(::accept4(fd, generic(address), length, SOCK_CLOEXEC)));
+  const int client = offStandardNumbers(checked(::accept4(fd, toSockaddr(address), length, SOCK_CLOEXEC)));
   // The connection stays in the queue, so a caller's loop finds it again at once.
   if (client == -1 && isLackOfRoom(lastError)) os_thread_sleep_milliseconds(kNoRoomPauseMs, 0);
   return client;
@@ -65,21 +65,21 @@ int os_socket_accept(int fd, void* address, socklen_t* length, RT_MODE /*mode*/)
 int os_socket_close(int fd, RT_MODE /*mode*/) { return checked(::close(fd)); }
 
 int os_socket_bind(int fd, const void* address, socklen_t length, RT_MODE /*mode*/) {
-  return checked(::bind(fd, generic(address), length));
+  return checked(::bind(fd, toSockaddr(address), length));
 }
 
 int os_socket_listen(int fd, int backlog, RT_MODE /*mode*/) { return checked(::listen(fd, backlog)); }
 
 int os_socket_connect(int fd, const void* address, socklen_t length, RT_MODE /*mode*/) {
-  return checked(::connect(fd, generic(address), length));
+  return checked(::connect(fd, toSockaddr(address), length));
 }
 
 int os_socket_get_sock_name(int fd, void* address, socklen_t* length, RT_MODE /*mode*/) {
-  return checked(::getsockname(fd, generic(address), length));
+  return checked(::getsockname(fd, toSockaddr(address), length));
 }
 
 int os_socket_get_peer_name(int fd, void* address, socklen_t* length, RT_MODE /*mode*/) {
-  return checked(::getpeername(fd, generic(address), length));
+  return checked(::getpeername(fd, toSockaddr(address), length));
 }
 
 int os_socket_send(int fd, const void* data, int length, int flags, RT_MODE mode) {
@@ -94,13 +94,13 @@ int os_socket_send_to(int fd, const void* data, int length, int flags, const voi
                       RT_MODE /*mode*/) {
   if (length < 0) return failed(EINVAL);
   const auto size = static_cast<std::size_t>(length);
-  return checked(::sendto(fd, data, size, flags | MSG_NOSIGNAL, generic(address), addressLength));
+  return checked(::sendto(fd, data, size, flags | MSG_NOSIGNAL, toSockaddr(address), addressLength));
 }
 
 int os_socket_recv_from(int fd, void* data, int length, int flags, void* address, socklen_t* addressLength,
                         RT_MODE /*mode*/) {
   if (length < 0) return failed(EINVAL);
-  return checked(::recvfrom(fd, data, static_cast<std::size_t>(length), flags, generic(address), addressLength));
+  return checked(::recvfrom(fd, data, static_cast<std::size_t>(length), flags, toSockaddr(address), addressLength));
 }
 
 bool os_socket_get_sock_opt(int fd, int level, int name, void* value, socklen_t* length, RT_MODE /*mode*/) {

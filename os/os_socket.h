@@ -7,7 +7,10 @@
 
 #include <sys/socket.h>
 
-#include "oxu/Socket.h"
+#include <cstdint>
+
+// As the exported header for sockets has it: the compiler tells when the two differ.
+using RT_MODE = std::uint32_t;
 
 // The mode that 0 stands for.
 constexpr RT_MODE get_default_rt_mode() { return 1; }

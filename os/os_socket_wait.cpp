@@ -40,7 +40,7 @@ bool hasUnreadBytes(int fd) {
   return ::ioctl(fd, FIONREAD, &count) == 0 && count > 0;
 }
 
-bool answer(bool isReady, int events, int* result) {
+bool report(bool isReady, int events, int* result) {
   if (result != nullptr) *result = isReady ? 1 : events == 0 ? 0 : -1;
   return isReady;
 }
@@ -50,14 +50,14 @@ bool answer(bool isReady, int events, int* result) {
 bool os_socket_readable(int fd, int timeoutMs, int* result, RT_MODE /*mode*/) {
   const int events = pollOne(fd, POLLIN, timeoutMs);
   // POLLHUP alone is a stream handle that neither listens nor was ever connected: nothing can come there.
-  return answer((events & (POLLIN | POLLERR)) != 0, events, result);
+  return report((events & (POLLIN | POLLERR)) != 0, events, result);
 }
 
 bool os_socket_writable(int fd, int timeoutMs, int* result, RT_MODE /*mode*/) {
   const int events = pollOne(fd, POLLOUT, timeoutMs);
   const bool isOver = (events & (POLLERR | POLLHUP)) != 0;
   const bool isReady = (events & POLLNVAL) == 0 && events != 0 && (!isOver || wasEverConnected(fd));
-  return answer(isReady, events, result);
+  return report(isReady, events, result);
 }
 
 // A pending error stands until the unread bytes in front of it have been taken. Once it has been collected, the link

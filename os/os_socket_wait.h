@@ -3,7 +3,7 @@
 #ifndef OS_SOCKET_WAIT_H
 #define OS_SOCKET_WAIT_H
 
-#include "oxu/Socket.h"
+#include "os/os_socket.h"
 
 // Wait for up to `timeoutMs` milliseconds (negative: without a limit); a signal does not shorten the wait. Both are
 // false at once for an invalid handle. With `result` not null it tells more: 1 for true; 0 when the time is over; -1

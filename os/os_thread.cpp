@@ -147,7 +147,7 @@ void os_thread_sleep_milliseconds(std::int64_t milliseconds, int /*option*/) {
   os_clock_time deadline{};
   if (!os_clock_get_time(kOsClockMonotonic, &deadline, kOsClockAbsolute)) return;
   deadline.seconds += milliseconds / 1000;
-  deadline.nanoseconds += milliseconds % 1000 * 1000000;
+  deadline.nanoseconds += milliseconds % 1000 * kNanosecondsPerMs;
   os_clock_adjust_clock_time(&deadline);
   os_clock_nano_sleep(&deadline, kOsClockAbsolute);
 }

@@ -4,13 +4,12 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <new>
 
 #include "os/os_descriptor.h"
-#include "os/os_signal.h"
+#include "os/os_print.h"
 #include "os/os_wait.h"
 #include "oxu/CApi.h"
 #include "oxu/StartProcess.h"
@@ -87,8 +86,7 @@ bool failReader(const char* format, int error) {
 int StartProcess::initializePipe() {
   int fds[2];
   if (!os_descriptor_pipe(fds)) {
-    const os_signal_pipe_guard noSigpipe;
-    std::perror("pipe failed");
+    os_print_error("pipe failed");
     return -1;
   }
   m_pipe_write = fds[1];

@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "os/os_descriptor.h"
+#include "os/os_print.h"
 #include "os/os_signal.h"
 #include "os/os_thread.h"
 #include "oxu/CApi.h"
@@ -139,8 +140,7 @@ int StartProcess::addProcess(const std::string& workDir, const std::string& envN
                             line.announcements, arguments, environment.data()});
   os_descriptor_close(messageEnd);
   if (pid < 0) {
-    const os_signal_pipe_guard noSigpipe;
-    std::perror("fork failed");
+    os_print_error("fork failed");
     closePipe();
     return -1;
   }

@@ -1,9 +1,8 @@
 #include "oxu/StartProcess.h"
 
-#include <cstdio>
 #include <utility>
 
-#include "os/os_signal.h"
+#include "os/os_print.h"
 #include "os/os_thread.h"
 
 namespace oxu {
@@ -25,8 +24,7 @@ StartProcess::StartProcess(const std::string& workDir, const std::string& envNam
   if (m_su_passwd == nullptr) m_su_passwd = new std::string;
   *m_su_passwd = password;
   if (initializePipe() != 0) {
-    const os_signal_pipe_guard noSigpipe;
-    std::puts("prepatePipe failed");
+    os_print(stdout, "prepatePipe failed\n");
     m_running = false;
     return;
   }

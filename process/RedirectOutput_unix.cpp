@@ -7,7 +7,7 @@
 #include <string>
 
 #include "os/os_descriptor.h"
-#include "os/os_signal.h"
+#include "os/os_print.h"
 #include "oxu/OutputRedirector.h"
 
 namespace oxu {
@@ -70,14 +70,12 @@ ssize_t readChunk(int fd, char (&buffer)[kChunkBytes]) {
 }  // namespace
 
 void OutputRedirector::open() {
-  // The old standard output or error may be a pipe whose reader has gone.
-  const os_signal_pipe_guard noSigpipe;
   int fds[2];
   if (!makePipe(fds)) {
-    std::perror("pipe error");
+    os_print_error("pipe error");
     return;
   }
-  std::printf("Redirecting stdout/stderr to pipes:%d\n", fds[0]);
+  os_print(stdout, "Redirecting stdout/stderr to pipes:%d\n", fds[0]);
   if (!redirectStdoutToPipe(fds[1])) {
     // The read end of an earlier redirection stays open: the standard descriptors still lead into that pipe, and
     // without a reader it would end the host.
@@ -95,8 +93,7 @@ bool OutputRedirector::redirectStdoutToPipe(int fd) {
   const SavedStdout saved;
   const bool isReplaced = ::dup2(fd, saved.fd()) != -1;
   if (!isReplaced || ::dup2(fd, ::fileno(stderr)) == -1) {
-    const os_signal_pipe_guard noSigpipe;
-    std::puts("Failed to redirect stdout/stderr");
+    os_print(stdout, "Failed to redirect stdout/stderr\n");
     if (isReplaced) saved.putBack();
     return false;
   }

@@ -90,7 +90,7 @@ class OXU_EXPORT LogService {
   void startClientThread(const std::shared_ptr<CSocket>& client, const std::string& ip, unsigned short port);
   void handleClient(std::shared_ptr<CSocket> client, const std::string& peer);
 
-  CSocket m_socket;
+  mutable CSocket m_socket;  // asked for its port by const members
 };
 
 #endif

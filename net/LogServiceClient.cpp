@@ -1,6 +1,6 @@
 #include <climits>
 
-#include "net/StatusLine.h"
+#include "os/os_print.h"
 #include "os/os_socket.h"
 #include "os/os_socket_wait.h"
 #include "oxu/LogServiceClient.h"
@@ -14,7 +14,7 @@ constexpr int kSendBufferBytes = 256 << 10;
 enum Result { kConnected = 0, kNotConnected = -2, kNotSent = -3, kNotWritable = -4 };
 
 int notSent(int result) {
-  printStatus(stderr, "[LogServiceClient]Failed to send data. ret = %d\n", result);
+  os_print_now(stderr, "[LogServiceClient]Failed to send data. ret = %d\n", result);
   return kNotSent;
 }
 
@@ -38,7 +38,7 @@ void reset(CSocket& socket) {
 // not be bound still holds its handle, and would connect in spite of what has been printed: it is closed.
 LogServiceClient::LogServiceClient() : m_socket(*new CSocket) {
   if (!m_socket.initSocket(SOCK_STREAM, "", 0, 0)) {
-    printStatus(stderr, "[LogServiceClient]Socket initialization failed. ret = %d\n", os_socket_get_errno_code());
+    os_print_now(stderr, "[LogServiceClient]Socket initialization failed. ret = %d\n", os_socket_get_errno_code());
     m_socket.close();
     return;
   }
@@ -54,7 +54,7 @@ LogServiceClient::~LogServiceClient() { m_socket.releaseRef(); }
 int LogServiceClient::connect(const std::string& ip, int port) {
   if (!m_socket.connect(ip, static_cast<unsigned short>(port))) {
     const int error = os_socket_get_errno_code();
-    printStatus(stderr, "[LogServiceClient]Socket(%s:%d) connection failed. ret = %d\n", ip.c_str(), port, error);
+    os_print_now(stderr, "[LogServiceClient]Socket(%s:%d) connection failed. ret = %d\n", ip.c_str(), port, error);
     return kNotConnected;
   }
   int result = 0;
@@ -62,7 +62,7 @@ int LogServiceClient::connect(const std::string& ip, int port) {
     if (!isConnectedToItself(m_socket)) return kConnected;
     reset(m_socket);
   }
-  printStatus(stderr, "[LogServiceClient]Socket(%s:%d) connection failed  \n", ip.c_str(), port);
+  os_print_now(stderr, "[LogServiceClient]Socket(%s:%d) connection failed  \n", ip.c_str(), port);
   return kNotConnected;
 }
 
@@ -74,11 +74,11 @@ int LogServiceClient::send(const char* data, unsigned long length) {
   const int size = static_cast<int>(length);
   for (int sent = 0; sent < size;) {
     if (!os_socket_writable(m_socket.handle(), kSendWaitMs, nullptr, m_socket.mode())) {
-      printStatus(stderr, "[LogServiceClient]Socket not ready to write.\n");
+      os_print_now(stderr, "[LogServiceClient]Socket not ready to write.\n");
       return kNotWritable;
     }
     if (os_socket_is_link_broken(m_socket.handle(), 0)) {
-      printStatus(stderr, "[LogServiceClient]Socket link broken.\n");
+      os_print_now(stderr, "[LogServiceClient]Socket link broken.\n");
       return kNotWritable;
     }
     const int piece = m_socket.send(data + sent, size - sent, 0);
@@ -90,6 +90,6 @@ int LogServiceClient::send(const char* data, unsigned long length) {
 
 bool LogServiceClient::close() {
   if (m_socket.close()) return true;
-  printStatus(stderr, "[LogServiceClient]Socket close failed. ret = %d\n", os_socket_get_errno_code());
+  os_print_now(stderr, "[LogServiceClient]Socket close failed. ret = %d\n", os_socket_get_errno_code());
   return false;
 }
