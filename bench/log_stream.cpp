@@ -7,8 +7,8 @@
 //   RATE       records per second of all producers together; a refused one is lost. 0: as fast as they can, and a
 //              refused one is tried again
 //   LATENCIES  a file for the times of the calls in nanoseconds, a line each
-// Prints one line: logger, producers, rate, accepted per second, refused in per cent, then the calls' p50, p99 and longest
-// time in microseconds, and the processor time of the process in per cent of one processor.
+// Prints one line: logger, producers, rate, accepted per second, refused in per cent, then the calls' p50, p99 and
+// longest time in microseconds, and the processor time of the process in per cent of one processor.
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/resource.h>

@@ -2,8 +2,8 @@
 //
 // Invariants.
 //   P1  m_is_pausing is true only between the pausing thread's announcement and the moment when somebody takes it back.
-//   P2  Who takes it back, by an exchange that finds it true, is one thread alone: the pausing one, or one that ends the
-//       pause and then posts. So each pause costs one post at most, and no post is left over for a later pause.
+//   P2  Who takes it back, by an exchange that finds it true, is one thread alone: the pausing one, or one that ends
+//       the pause and then posts. So each pause costs one post at most, and no post is left over for a later pause.
 #ifndef LOG_IDLEPAUSE_H
 #define LOG_IDLEPAUSE_H
 

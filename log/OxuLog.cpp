@@ -97,8 +97,8 @@ bool CLog::flushWithin(int milliseconds) const {
 void CLog::setColors(bool on) { m_colors.store(on, std::memory_order_relaxed); }
 
 void* CLog::_coreThread(void* log) {
-  // A handler of the host's must not wait for the console. With SIGPIPE blocked, a standard output whose reader has gone
-  // is a failed write and not the host's end.
+  // A handler of the host's must not wait for the console. With SIGPIPE blocked, a standard output whose reader has
+  // gone is a failed write and not the host's end.
   os_signal_block_all();
   auto* self = static_cast<CLog*>(log);
   LogItem item;

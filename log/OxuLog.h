@@ -35,8 +35,8 @@ class CLog {
   // Queues a copy; false when the ring is full.
   bool pushLogItem(LogItem& item);
 
-  // The same, and waits for room, up to so many milliseconds (0 does not wait, a negative number waits without a limit).
-  // A refusal for lack of room is counted.
+  // The same, and waits for room, up to so many milliseconds (0 does not wait, a negative number waits without a
+  // limit). A refusal for lack of room is counted.
   bool pushWithin(int milliseconds, LogItem& item);
   std::uint64_t refusedCount() const;
 

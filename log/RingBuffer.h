@@ -109,8 +109,8 @@ bool CRingBuffer<Item>::push(const Item& item) {
 
 // Looks whether the earlier producers have committed, a bounded number of times, so that the swap is tried when it can
 // succeed. A look only decides when: the swap alone commits. The first looks wait for a copy on another processor. The
-// others let producers on this one go on, and together take longer than the pause after a failed swap: so one producer in
-// its pause does not send all later ones into theirs, one behind the other.
+// others let producers on this one go on, and together take longer than the pause after a failed swap: so one producer
+// in its pause does not send all later ones into theirs, one behind the other.
 template <class Item>
 void CRingBuffer<Item>::awaitTurn(std::uint64_t slot) const {
   constexpr int kLooks = 256;

@@ -34,8 +34,8 @@ void reset(CSocket& socket) {
 
 }  // namespace
 
-// The only place where a handle is made: after close, or a failed connection, a new client is needed. A socket that could
-// not be bound still holds its handle, and would connect in spite of what has been printed: it is closed.
+// The only place where a handle is made: after close, or a failed connection, a new client is needed. A socket that
+// could not be bound still holds its handle, and would connect in spite of what has been printed: it is closed.
 LogServiceClient::LogServiceClient() : m_socket(*new CSocket) {
   if (!m_socket.initSocket(SOCK_STREAM, "", 0, 0)) {
     os_print_now(stderr, "[LogServiceClient]Socket initialization failed. ret = %d\n", os_socket_get_errno_code());

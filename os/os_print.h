@@ -1,5 +1,5 @@
-// Printing for the host's sake: a standard output or error whose reader has gone is no reason to die. No SIGPIPE is raised,
-// and errno stays as it was.
+// Printing for the host's sake: a standard output or error whose reader has gone is no reason to die. No SIGPIPE is
+// raised, and errno stays as it was.
 #ifndef OS_PRINT_H
 #define OS_PRINT_H
 

@@ -15,8 +15,8 @@ class os_semaphore {
   // Adds one to the count.
   void post();
 
-  // Takes one from the count, for which it waits up to `milliseconds` (negative: without a limit) of the monotonic clock.
-  // False when the time is over. Signals do not shorten the wait.
+  // Takes one from the count, for which it waits up to `milliseconds` (negative: without a limit) of the monotonic
+  // clock. False when the time is over. Signals do not shorten the wait.
   bool wait(int milliseconds);
 
  private:

@@ -6,8 +6,8 @@
 
 #include "os/os_clock.h"
 
-// Looks until `holds()` is true, first at once, then after pauses that grow from 50 microseconds to 2 milliseconds. False
-// when `milliseconds` are over: 0 only looks, a negative number waits without a limit. Takes no lock.
+// Looks until `holds()` is true, first at once, then after pauses that grow from 50 microseconds to 2 milliseconds.
+// False when `milliseconds` are over: 0 only looks, a negative number waits without a limit. Takes no lock.
 template <class Condition>
 bool os_wait_until(int milliseconds, const Condition& holds) {
   constexpr std::int64_t kShortestPauseNs = 50000, kLongestPauseNs = 2000000;

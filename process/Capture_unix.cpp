@@ -154,8 +154,8 @@ long StartProcess::readChunk(int fd, Reader& reader) {
   return size;
 }
 
-// All bytes that have been written into the pipe: those in it and those that were read. False where the reader took some
-// of them out meanwhile, which might be in neither count.
+// All bytes that have been written into the pipe: those in it and those that were read. False where the reader took
+// some of them out meanwhile, which might be in neither count.
 bool StartProcess::countWritten(std::uint64_t& bytes) const {
   const std::uint64_t turn = m_read_turn;
   const std::uint64_t read = m_read_bytes;
@@ -181,8 +181,8 @@ bool StartProcess::flushOutput(int milliseconds) const {
 
 int StartProcess::readEnd() const { return m_pipe_read & ~kInUse; }
 
-// A write end of the host's own, which never blocks: commands share the flags of the other one, and can change them. Where
-// the system gives none, the other one has to do, unless it is meant to block: then there is none, -1.
+// A write end of the host's own, which never blocks: commands share the flags of the other one, and can change them.
+// Where the system gives none, the other one has to do, unless it is meant to block: then there is none, -1.
 int StartProcess::openWriteEnd() const {
   const std::string path = "/proc/self/fd/" + std::to_string(m_pipe_write);
   const int own = os_descriptor_off_standard(::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));

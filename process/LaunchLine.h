@@ -1,6 +1,6 @@
-// The text that a launch hands to the shell, made from the host's arguments and environment, and the running of commands
-// as root through sudo. Every function may be called from any thread; like any reader of the environment, they race with
-// a thread that changes it.
+// The text that a launch hands to the shell, made from the host's arguments and environment, and the running of
+// commands as root through sudo. Every function may be called from any thread; like any reader of the environment, they
+// race with a thread that changes it.
 #ifndef PROCESS_LAUNCHLINE_H
 #define PROCESS_LAUNCHLINE_H
 

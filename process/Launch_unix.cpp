@@ -48,8 +48,8 @@ std::vector<char*> environmentWith(std::string& entry) {
   return environment;
 }
 
-// Whether a line that is printed leaves stdout at once. A stream that was neither used nor set has no buffer yet, and an
-// unbuffered one has one byte. Neither look takes the stream's lock.
+// Whether a line that is printed leaves stdout at once. A stream that was neither used nor set has no buffer yet, and
+// an unbuffered one has one byte. Neither look takes the stream's lock.
 bool isStdoutImmediate() { return ::__flbf(stdout) != 0 || ::__fbufsize(stdout) == 1; }
 
 // A short line, put together on the stack and written at once.
@@ -114,8 +114,8 @@ void complainInChild(int fd, const char* what) { (Line() << what << ": " << erro
   ::_exit(1);
 }
 
-// The child's pid, once it has become the shell or has ended; -1 where there is none. A handler of the host must not run
-// in the child, and a thread that is cancelled must not end in it.
+// The child's pid, once it has become the shell or has ended; -1 where there is none. A handler of the host must not
+// run in the child, and a thread that is cancelled must not end in it.
 pid_t launch(const Child& child) {
   const os_signal_all_guard undisturbed;
   // Not by fork, which copies the host's page tables; becomeShell keeps the rules that vfork has for the child.

@@ -34,8 +34,8 @@ blocks=("$work"/[0-9]*.{sh,cpp,c,cmake})
 ((${#blocks[@]})) || { echo "README.md has no blocks"; exit 1; }
 mapfile -t blocks < <(printf '%s\n' "${blocks[@]}" | sort)
 
-cmake --no-warn-unused-cli -G Ninja -B build/readme -DCMAKE_BUILD_TYPE=Release -DOXU_BUILD_TESTS=OFF -DOXU_BUILD_EXAMPLES=OFF \
-  -DOXU_INSTALL=ON -DCMAKE_INSTALL_PREFIX="$prefix" -DCMAKE_INSTALL_LIBDIR=lib >/dev/null
+cmake --no-warn-unused-cli -G Ninja -B build/readme -DCMAKE_BUILD_TYPE=Release -DOXU_BUILD_TESTS=OFF \
+  -DOXU_BUILD_EXAMPLES=OFF -DOXU_INSTALL=ON -DCMAKE_INSTALL_PREFIX="$prefix" -DCMAKE_INSTALL_LIBDIR=lib >/dev/null
 cmake --build build/readme -- --quiet
 cmake --install build/readme >/dev/null
 # What a block puts into the home folder goes with the rest.

@@ -201,8 +201,8 @@ TEST(StartProcess, LaunchesFromAThreadThatIsBeingCancelled) {
   }));
 }
 
-// Ctrl-Z reaches the child while it is still in the host's group. The launching thread, which waits for the child to become
-// the shell, must not wait for a child that is stopped.
+// Ctrl-Z reaches the child while it is still in the host's group. The launching thread, which waits for the child to
+// become the shell, must not wait for a child that is stopped.
 TEST(StartProcess, LaunchesWhileTheTerminalStopsAndContinuesTheHost) {
   EXPECT_TRUE(support::holdsInChild([] {
     ::setpgid(0, 0);

@@ -458,8 +458,8 @@ int withoutPort(Peer& peer) {
   return client.connect(kLoopback, peer.triedPort);
 }
 
-// The client's handle gets the lowest free number, which tells its port. Nothing is left of the connection: the port can
-// be bound without address reuse.
+// The client's handle gets the lowest free number, which tells its port. Nothing is left of the connection: the port
+// can be bound without address reuse.
 int toItself(Peer& peer) {
   const int number = ::dup(STDERR_FILENO);
   ::close(number);

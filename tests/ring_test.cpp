@@ -1,5 +1,5 @@
-// The ring with a producer that is held between two of its steps. The hook stands in the place of the load that the ring
-// makes, so this file has an instantiation of its own.
+// The ring with a producer that is held between two of its steps. The hook stands in the place of the load that the
+// ring makes, so this file has an instantiation of its own.
 #include <gtest/gtest.h>
 
 #include <cstdint>

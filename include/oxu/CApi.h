@@ -23,10 +23,10 @@
  *
  * Threads: all but install_log_task and uninstall_log_task may be called from any thread at any time while the logger
  * is installed; they take no lock. None of them may be called from a signal handler. install_log_task and
- * uninstall_log_task are called from one thread while no other thread is in any of them; the threads of StartProcess and
- * ProcessMonitor objects log, so such objects end before the logger does. The logger's thread takes no signals
- * but those of its own faults. It reads TZ once a second: a host that changes its environment while the logger
- * is installed races with that, as with any other reader.
+ * uninstall_log_task are called from one thread while no other thread is in any of them; the threads of StartProcess
+ * and ProcessMonitor objects log, so such objects end before the logger does. The logger's thread takes no signals but
+ * those of its own faults. It reads TZ once a second: a host that changes its environment while the logger is installed
+ * races with that, as with any other reader.
  *
  * A forked child has no printing thread: it must not call push_log, which might wait for a producer that exists
  * only in its parent, nor push_log_wait or flush_log, which might wait for the thread.
@@ -73,18 +73,18 @@ OXU_EXPORT int get_log_level(void);
 OXU_EXPORT bool push_log(int level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 /**
- * push_log that waits for room. Up to `milliseconds` (0 does not wait, a negative number waits without a limit) it tries
- * again while 127 records wait. A message that push_log would refuse for another reason is refused at once. The message
- * is formatted once, and its time stamp is that of the call, so the stamps of lines can run backwards by as much as it has
- * waited. It has no precedence over push_log: in a ring that others keep full it may find no room.
+ * push_log that waits for room. Up to `milliseconds` (0 does not wait, a negative number waits without a limit) it
+ * tries again while 127 records wait. A message that push_log would refuse for another reason is refused at once. The
+ * message is formatted once, and its time stamp is that of the call, so the stamps of lines can run backwards by as
+ * much as it has waited. It has no precedence over push_log: in a ring that others keep full it may find no room.
  */
 OXU_EXPORT bool push_log_wait(int milliseconds, int level, const char* format, ...)
     __attribute__((format(printf, 3, 4)));
 
 /**
- * Waits until every record that was accepted before the call has been printed and flushed; one that could not be written
- * counts as printed. Returns true then, and false when `milliseconds` are over (0 only looks, a negative number waits
- * without a limit, also for a console that stands still). A host that ends uses a finite time.
+ * Waits until every record that was accepted before the call has been printed and flushed; one that could not be
+ * written counts as printed. Returns true then, and false when `milliseconds` are over (0 only looks, a negative number
+ * waits without a limit, also for a console that stands still). A host that ends uses a finite time.
  */
 OXU_EXPORT bool flush_log(int milliseconds);
 

@@ -67,16 +67,17 @@ class OXU_EXPORT LogService {
   /// not throw.
   std::function<void(const char* data, int length)> m_callback;
 
-  /// Gets each whole frame that a client sends, as ProtocolToString packs them, with the client's address as "IP:PORT". It
-  /// is assigned and called as m_callback is. Both may be set: for each chunk m_callback comes first, and gets every byte.
+  /// Gets each whole frame that a client sends, as ProtocolToString packs them, with the client's address as "IP:PORT".
+  /// It is assigned and called as m_callback is. Both may be set: for each chunk m_callback comes first, and gets every
+  /// byte.
   ///
   /// A connection whose stream breaks, as oxu/FrameReader.h says, is closed after its whole frames have been handed on
-  /// and "[LogServiceServer]Broken frame from IP:PORT.\n" has been printed on standard error. So is, without that line, one
-  /// for which memory runs out.
+  /// and "[LogServiceServer]Broken frame from IP:PORT.\n" has been printed on standard error. So is, without that line,
+  /// one for which memory runs out.
   std::function<void(const std::string& peer, const oxu::Frame& frame)> m_frameCallback;
 
-  /// The longest frame that m_frameCallback takes, its length field included, in bytes. Each connection may hold as much
-  /// in memory. Assigned before startServer.
+  /// The longest frame that m_frameCallback takes, its length field included, in bytes. Each connection may hold as
+  /// much in memory. Assigned before startServer.
   std::size_t m_maxFrameBytes = 1 << 20;
 
  private:

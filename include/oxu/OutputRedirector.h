@@ -14,11 +14,11 @@
 /// | forwarding     | sendOutToNetwork               | true           | read end | to the callback               |
 /// | cut off        | later open, failed redirection | true           | -1       | into the earlier pipe, unread |
 ///
-/// Threads: open and redirectStdoutToPipe are called by one thread, while no sendOutToNetwork runs and no thread launches
-/// a command, which might inherit an end of the pipe that is being made.
-/// sendOutToNetwork runs on a thread of the host's, one at a time, and calls the callback there. m_output_callback is
-/// not changed meanwhile; m_forwarding may be written by any thread at any time. The callback must not throw, and the
-/// object must live until sendOutToNetwork has returned.
+/// Threads: open and redirectStdoutToPipe are called by one thread, while no sendOutToNetwork runs and no thread
+/// launches a command, which might inherit an end of the pipe that is being made. sendOutToNetwork runs on a thread of
+/// the host's, one at a time, and calls the callback there. m_output_callback is not changed meanwhile; m_forwarding
+/// may be written by any thread at any time. The callback must not throw, and the object must live until
+/// sendOutToNetwork has returned.
 ///
 /// Traps:
 /// - The redirection is never undone. The object's end leaves the read end open on purpose: without it, the next

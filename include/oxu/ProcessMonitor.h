@@ -13,10 +13,10 @@
 /// setPid) has made the pids differ, the process is any other one, looked up in /proc; when it has gone, the entry's
 /// own pid is reaped.
 ///
-/// Threads: addProcess and updateProcess may be called from any thread. Quit and exit callbacks run one at a time on the
-/// monitor's thread, at most about 200 milliseconds after the process ended. A callback may call addProcess and
-/// updateProcess, to register its own name again as well. It must not throw, not destroy the monitor, and not
-/// wait for a thread that calls the monitor, since it runs with the monitor's mutex held.
+/// Threads: addProcess and updateProcess may be called from any thread. Quit and exit callbacks run one at a time on
+/// the monitor's thread, at most about 200 milliseconds after the process ended. A callback may call addProcess and
+/// updateProcess, to register its own name again as well. It must not throw, not destroy the monitor, and not wait for
+/// a thread that calls the monitor, since it runs with the monitor's mutex held.
 #ifndef OXU_PROCESSMONITOR_H
 #define OXU_PROCESSMONITOR_H
 

@@ -53,8 +53,8 @@ class OXU_EXPORT StartProcess {
   /// - bufferSize: the largest chunk, in bytes. With 0 the capture ends, with a logged message, at the first output.
   /// - needRoot: runs each of the commands with sudo unless the host is root. The command is split at each ';' for
   ///   that, inside quotes as well.
-  /// - blockingOutput: a command that outruns the callback waits for it and loses nothing, through sudo as well. Where the
-  ///   capture has ended early (a bufferSize of 0, a read error), the command waits until the object's end.
+  /// - blockingOutput: a command that outruns the callback waits for it and loses nothing, through sudo as well. Where
+  ///   the capture has ended early (a bufferSize of 0, a read error), the command waits until the object's end.
   ///
   /// There is no result: where no child could be made, isRunning() is false afterwards, and "pipe failed: ..." or
   /// "fork failed: ..." is on standard error (and "prepatePipe failed" on standard output for the former). A shell
@@ -77,10 +77,10 @@ class OXU_EXPORT StartProcess {
   int addProcess(const std::string& workDir, const std::string& envNames, const std::string& command,
                  const std::string& password, bool needRoot);
 
-  /// Waits until all that was written into the pipe before the call has been passed to the callback, which has returned.
-  /// True then; false when `milliseconds` are over (0 only looks, a negative number waits without a limit), when the
-  /// capture has ended with bytes unread, and for an object without a child. From any thread, but never from the callback
-  /// itself, whose return it waits for; not while another thread is in addProcess.
+  /// Waits until all that was written into the pipe before the call has been passed to the callback, which has
+  /// returned. True then; false when `milliseconds` are over (0 only looks, a negative number waits without a limit),
+  /// when the capture has ended with bytes unread, and for an object without a child. From any thread, but never from
+  /// the callback itself, whose return it waits for; not while another thread is in addProcess.
   bool flushOutput(int milliseconds) const;
 
   /// The child's process id, which is also its group's; -1 until a launch succeeded. The first output can reach the
