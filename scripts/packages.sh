@@ -1,5 +1,11 @@
 # Sourced by the other scripts: gets the Debian packages that they need.
 
+# quietly COMMAND... runs it, and shows what it prints only where it fails.
+quietly() {
+  local output
+  output=$("$@" 2>&1 </dev/null) || { printf '%s\n' "$output" "FAILED: $*" >&2; return 1; }
+}
+
 # install_missing PACKAGE... installs those that are not there yet, as root or through sudo; says what to
 # install, and ends the script, where neither works.
 install_missing() {
@@ -23,10 +29,9 @@ install_missing() {
       exit 1
     fi
   fi
-  echo "Installing ${missing[*]}"
-  "${as_root[@]}" apt-get update -qq
-  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-    apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+  echo "Installing ${missing[*]} ..."
+  quietly "${as_root[@]}" apt-get update
+  quietly "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "${missing[@]}"
 }
 
 build_packages=(cmake g++ ninja-build)

@@ -28,13 +28,15 @@ expect() {
   cat "$file"
 }
 
-# start_collector PORT: listens, and sets collector_pid and port.
+# start_collector PORT [OPTION]...: listens, and sets collector_pid and port.
 start_collector() {
-  rm -f "$work/collector"
-  "$collector" --listen "$ip:$1" >"$work/collector" 2>"$work/collector.err" &
+  rm -f "$work/collector" "$work/collector.err"
+  "$collector" --listen "$ip:$1" "${@:2}" >"$work/collector" 2>"$work/collector.err" &
   collector_pid=$!
-  expect "start" "$work/collector" "listening on $ip:"
-  port=$(sed -n "s/.*listening on $ip:\([0-9]*\).*/\1/p" "$work/collector")
+  local file=$work/collector
+  [[ " $* " != *" --json "* ]] || file=$work/collector.err
+  expect "start" "$file" "listening on $ip:"
+  port=$(sed -n "s/.*listening on $ip:\([0-9]*\).*/\1/p" "$file")
 }
 
 stop_collector() {
@@ -58,6 +60,9 @@ closed_connections() {
 for address in 127.0.0.1 localhost:1 127.0.0.1:65536 127.0.0.1:1x; do
   "$collector" --listen "$address" 2>&1 | grep -qF "'$address' is not IP:PORT" || fail "address $address"
 done
+
+"$collector" --listen "$ip:1" stray 2>&1 | grep -qF "'stray' belongs to no option" || fail "a stray argument"
+"$collector" --help | grep -qE '^  --listen IP:PORT +the address' || fail "help"
 
 # Two supervisors at once: nothing is lost or mixed up.
 cat >"$work/a.ini" <<'INI'
@@ -85,9 +90,10 @@ send '\x0a' '\0' '\0' '\0\x01' '\x02' '\0a' 'b12\n' '34' '\x0a\0\0\0\x01\x03'
 send '\xff\xff\xff\xff rubbish'
 # Control characters could write lines of their own.
 send '\x0d\0\0\0\x01\x04\0c\xc2\x9bd\x1b[2K\t\n'
-for text in 'flood    | 20000' 'stream   | 20000' 'redirect | last words' 'ab       | 12' $'c?d      | ?[2K\t' 'ended within a frame' 'brings no frames'; do
+for text in 'flood    | 20000' 'stream   | 20000' 'redirect | last words' 'ab       | 12' $'c?d      | ?[2K\t' 'ended within a frame'; do
   expect "print" "$work/collector" "$text"
 done
+expect "bytes that are no frames" "$work/collector.err" "Broken frame from"
 closed_connections 6
 stop_collector
 summary=$(tail -n 1 "$work/collector")
@@ -96,6 +102,24 @@ for entry in '"bytes":108894,"frames":[0-9]*,"lines":20000,"name":"flood"' \
   '"bytes":5,"frames":1,"lines":2,"name":"ab"'; do
   grep -q "$entry" <<<"$summary" || fail "no $entry in $summary"
 done
+
+# As JSON: every line is an object and nothing else is there, whatever bytes came; long lines come in pieces.
+start_collector 0 --json --report "$work/summary"
+send '\x11\0\0\0\x01\x03\0a"b\xff\x1b\xc3\xa9"x\n1234' '\x09\0\0\0\x01\x03\0a"b567'
+printf '%s\n' '[long]' 'command = printf "a%.0s" {1..3999}; printf "\xc3\xa9\n"' >"$work/d.ini"
+"$supervisor" -c "$work/d.ini" --log-service "$ip:$port" >"$work/d" 2>&1 || fail "the supervisor with a long line"
+closed_connections 2
+stop_collector
+time='"time":"20[0-9-]{8}T[0-9:]{8}\.[0-9]{3}Z"'
+lines=$(grep -cxE '\{"name":"(a\\"b|long)","peer":"127.0.0.1:[0-9]+","text":".*",'"$time"'\}' "$work/collector")
+[[ $lines == 4 && $(wc -l <"$work/collector") == 4 ]] || fail "lines of JSON: $(cat "$work/collector")"
+expect "escapes" "$work/collector" $'"text":"\xef\xbf\xbd\\u001b\xc3\xa9\\"x"'
+expect "a line in two frames" "$work/collector" '"text":"1234567"'
+expect "a character that is not cut" "$work/collector" $'"text":"\xc3\xa9"'
+expect "the summary" "$work/summary" '"frames":2,"lines":2,"name":"a\"b"'
+if command -v python3 >/dev/null; then
+  python3 -m json.tool --json-lines "$work/collector" >/dev/null || fail "lines that are no JSON"
+fi
 
 # No service, a service that comes, goes without a word, and comes again: told once each time.
 printf '%s\n' '[supervisor]' "log_service = $ip:$port" '[tick]' 'command = while sleep 0.05; do echo t; done' >"$work/c.ini"

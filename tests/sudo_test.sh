@@ -39,7 +39,26 @@ env = OXU_KEPT
 root = true
 INI
 seconds=$((1000000 + $$)) # tells this run's command from that of another
-printf '[supervisor]\npassword_env = OXU_PASSWORD\n[long]\ncommand = sleep %s\nroot = true\n' $seconds >"$work/long.ini"
+cat >"$work/long.ini" <<INI
+[supervisor]
+password_env = OXU_PASSWORD
+grace = 1
+[stubborn]
+command = $work/stubborn
+root = true
+[gentle]
+command = $work/gentle
+root = true
+grace = 30
+[flood]
+command = seq 1 50000
+root = true
+blocking = true
+show = none
+INI
+printf '#!/bin/bash\ntrap "" TERM\nsleep %s\n' $seconds >"$work/stubborn"
+printf '#!/bin/bash\ntrap "echo saved; exit" TERM\nwhile :; do sleep 0.1; done\n' >"$work/gentle"
+chmod 755 "$work/stubborn" "$work/gentle"
 
 # run PASSWORD FILE [TIMEOUT] runs the supervisor as the user.
 run() {
@@ -57,7 +76,11 @@ expect "a wrong password" "try again" "$(run wrong s.ini)"
 output=$(run "$password" s.ini)
 expect "root" "password for $user: 0" "$output"
 expect "the kept environment" "who      | <kept>" "$output"
-expect "the end by a signal" '"name":"long"' "$(run "$password" long.ini 3)"
+output=$(run "$password" long.ini 3)
+expect "SIGTERM to root" ": saved" "$output"
+expect "the end by SIGTERM" "gentle ended with SIGTERM, SIGTERM was enough" "$output"
+expect "the end by SIGKILL" "stubborn ended with SIGTERM, it took SIGKILL" "$output"
+expect "blocking output" '"lines":50000,"name":"flood"' "$output"
 # Only what still runs counts; the root command is found by its own words.
 sleep 0.5
 alive=$(grep -lxz "$seconds" /proc/[0-9]*/cmdline 2>/dev/null | xargs -r grep -lxz sleep 2>/dev/null)

@@ -1,11 +1,11 @@
 #include "common/Log.h"
 
-#include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
-#include <chrono>
-#include <thread>
+#include <cstdlib>
+#include <iostream>
 
 #include "oxu/CApi.h"
 
@@ -13,40 +13,65 @@ namespace common {
 
 namespace {
 
-constexpr int kPatienceMs = 1000;
+constexpr int kStepMs = 20;
+constexpr std::size_t kShortestLabel = 8;
+constexpr std::size_t kLongestLabel = 40;
 
 std::atomic<bool> isImpatient{false};
-std::atomic<int> waitedMs{0};  // since the patience has ended
-std::atomic<unsigned long> given_up{0};
+std::atomic<int> patienceMs{1000};  // is used up once impatient
+std::atomic<unsigned long> givenUp{0};
 
-bool mayWaitOn() { return !isImpatient || ++waitedMs <= kPatienceMs; }
+// Calls `wait` with a few milliseconds until it succeeds; false when the patience is used up before.
+template <typename Wait>
+bool waitInSteps(Wait wait) {
+  for (;;) {
+    const int step = std::clamp(patienceMs.load(), 0, kStepMs);
+    if (wait(step)) return true;
+    if (step == 0) return false;
+    if (isImpatient) patienceMs -= step;
+  }
+}
 
-void waitAMillisecond() { std::this_thread::sleep_for(std::chrono::milliseconds(1)); }
+// Puts a ? in place of each control character but the tab, those of two bytes in UTF-8 included.
+void replaceControls(std::string& text) {
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const auto byte = static_cast<unsigned char>(text[at]);
+    if ((byte < 0x20 && byte != '\t') || byte == 0x7f) text[at] = '?';
+    const int next = at + 1 < text.size() ? static_cast<unsigned char>(text[at + 1]) : 0;
+    if (byte == 0xc2 && next >= 0x80 && next < 0xa0) text.replace(at, 2, "?");
+  }
+}
 
 }  // namespace
 
+void installLog() {
+  install_log_task();
+  const char* noColor = std::getenv("NO_COLOR");
+  set_log_colors(::isatty(STDOUT_FILENO) == 1 && (noColor == nullptr || *noColor == '\0'));
+}
+
 void logLine(int level, const std::string& text) {
   if (level < get_log_level()) return;
-  while (!push_log(level, "%s", text.c_str())) {
-    if (!mayWaitOn()) {
-      ++given_up;
-      return;
-    }
-    waitAMillisecond();
-  }
+  // A longer record is refused, however long one waits.
+  if (!waitInSteps([&](int step) { return push_log_wait(step, level, "%.1022s", text.c_str()); })) ++givenUp;
+}
+
+void logOutput(const std::string& name, std::string line, Controls controls) {
+  std::string label = name.substr(0, kLongestLabel);
+  // A name that comes over the network could write lines of its own.
+  replaceControls(label);
+  label.resize(std::max(label.size(), kShortestLabel), ' ');
+  if (controls == Controls::kReplaced) replaceControls(line);
+  std::replace(line.begin(), line.end(), '\0', '?');
+  logLine(oxu::INFO, label + " | " + line);
 }
 
 void becomeImpatient() { isImpatient = true; }
 
-// A record that the logger waits to write keeps the console full. Once the console has had room for a while,
-// nothing waits any more.
-unsigned long finishLog() {
-  pollfd console{STDOUT_FILENO, POLLOUT, 0};
-  for (int roomyMs = 0; roomyMs < 100 && mayWaitOn(); ++roomyMs) {
-    if (::poll(&console, 1, 0) != 1) roomyMs = 0;
-    waitAMillisecond();
-  }
-  return given_up;
+void uninstallLog() {
+  waitInSteps([](int step) { return flush_log(step); });
+  uninstall_log_task();
+  if (givenUp != 0) std::cerr << givenUp << " lines were not printed, the console being too slow\n";
 }
 
 }  // namespace common

@@ -1,10 +1,10 @@
 #include "Collector.h"
 
 #include <memory>
+#include <utility>
 
-#include "FrameReader.h"
-#include "common/JsonText.h"
-#include "common/LinePrinter.h"
+#include "common/Host.h"
+#include "common/LineCutter.h"
 #include "common/Log.h"
 #include "oxu/LogLevel.h"
 
@@ -13,80 +13,89 @@ namespace collector {
 namespace {
 
 constexpr std::size_t kMostNames = 1000;
+constexpr std::size_t kLongestName = 255;
+constexpr std::size_t kFrameHeaderBytes = 7;
+constexpr std::size_t kRoomBytes = 16 << 20;
+constexpr std::size_t kBytesOfAnEntry = 256;
 const std::string kOthers = "others";
 
 }  // namespace
 
-// What the frames of one connection bring: under each name the line that is not complete yet. Used by the thread of the
-// queue.
+// What the frames of one connection bring: under each name the line that is not complete yet. Used by the worker.
 class Collector::Lines {
  public:
-  explicit Lines(Collector& collector) : m_collector(collector) {}
+  Lines(Collector& collector, std::string peer) : m_collector(collector), m_peer(std::move(peer)) {}
 
-  void take(const Frame& frame) {
-    const std::string name = m_collector.admitted(frame.name);
-    common::LinePrinter& printer = m_printers.try_emplace(name, name, common::Controls::kReplaced).first->second;
-    const unsigned long before = printer.lines();
-    printer.add(frame.body);
-    m_collector.count(name, {1, frame.body.size(), printer.lines() - before});
+  void take(const oxu::Frame& frame, Clock::time_point time) {
+    m_time = time;
+    auto& [name, total] = m_collector.entryOf(frame.name.substr(0, kLongestName));
+    ++total.frames;
+    total.bytes += frame.body.size();
+    const auto onLine = [this, &name = name, &lines = total.lines](const std::string& text) {
+      ++lines;
+      m_collector.m_on_line({m_peer, name, text, m_time});
+    };
+    m_cutters.try_emplace(name, m_collector.m_longest, onLine).first->second.add(frame.body);
   }
 
   void finish() {
-    for (auto& [name, printer] : m_printers) {
-      const unsigned long before = printer.lines();
-      printer.finish();
-      m_collector.count(name, {0, 0, printer.lines() - before});
-    }
+    for (auto& [name, cutter] : m_cutters) cutter.finish();
   }
 
  private:
   Collector& m_collector;
-  std::map<std::string, common::LinePrinter> m_printers;
+  const std::string m_peer;
+  Clock::time_point m_time;
+  std::map<std::string, common::LineCutter> m_cutters;
 };
 
-// The stream of one connection, which its thread takes apart. A service that reads too late loses its clients: nothing
-// waits for the console here.
+// One connection, in its thread. A service that reads too late loses its clients: nothing waits for the console here.
 class Collector::Connection {
  public:
-  explicit Connection(Collector& collector)
-      : m_queue(collector.m_queue),
-        m_lines(std::make_shared<Lines>(collector)),
-        m_reader([this](const Frame& frame) { take(frame); }) {}
+  explicit Connection(Collector& collector) : m_collector(collector) {}
 
-  // Runs when the connection's thread ends.
+  // Runs when the thread ends.
   ~Connection() {
-    m_queue.add(0, [lines = m_lines, isWithinFrame = m_reader.unfinishedBytes() != 0] {
-      lines->finish();
-      if (isWithinFrame) common::logLine(oxu::WARNING, "a connection has ended within a frame");
-    });
+    m_collector.m_work.add(
+        [lines = m_lines, isWithinFrame = m_unfinished_bytes != 0] {
+          if (lines != nullptr) lines->finish();
+          if (isWithinFrame) common::logLine(oxu::WARNING, "a connection has ended within a frame");
+        },
+        kBytesOfAnEntry);
   }
 
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
-  void take(const char* data, int length) {
-    if (m_is_refused || m_reader.feed(data, static_cast<std::size_t>(length))) return;
-    m_is_refused = true;
-    m_queue.add(0, [] { common::logLine(oxu::ERROR, "a connection brings no frames, the rest of it is ignored"); });
+  void count(int bytes) { m_unfinished_bytes += static_cast<std::size_t>(bytes); }
+
+  void take(const std::string& peer, const oxu::Frame& frame) {
+    const std::size_t bytes = kFrameHeaderBytes + frame.name.size() + frame.body.size();
+    m_unfinished_bytes -= bytes;
+    if (frame.type != common::kOutputFrame) return;
+    if (m_lines == nullptr) m_lines = std::make_shared<Lines>(m_collector, peer);
+    m_collector.m_work.add([lines = m_lines, frame, now = Clock::now()] { lines->take(frame, now); },
+                           bytes + kBytesOfAnEntry);
   }
 
  private:
-  void take(const Frame& frame) {
-    if (frame.type != common::kOutputFrame) return;
-    m_queue.add(frame.name.size() + frame.body.size(), [lines = m_lines, frame] { lines->take(frame); });
-  }
-
-  WorkQueue& m_queue;
+  Collector& m_collector;
   std::shared_ptr<Lines> m_lines;
-  FrameReader m_reader;
-  bool m_is_refused = false;
+  std::size_t m_unfinished_bytes = 0;
 };
 
-Collector::Collector() {
+Collector::Collector(std::size_t longest, OnLine onLine)
+    : m_longest(longest), m_on_line(std::move(onLine)), m_work(kRoomBytes), m_worker([this] {
+        for (std::function<void()> work; m_work.take(work);) work();
+      }) {
   // Each connection has a thread of its own, so an object of the thread is one of the connection.
-  m_service.m_callback = [this](const char* data, int length) {
-    thread_local Connection connection(*this);
-    connection.take(data, length);
+  const auto connection = [this]() -> Connection& {
+    thread_local Connection own(*this);
+    return own;
+  };
+  m_service.m_callback = [connection](const char*, int length) { connection().count(length); };
+  m_service.m_frameCallback = [this, connection](const std::string& peer, const oxu::Frame& frame) {
+    connection().take(peer, frame);
   };
 }
 
@@ -95,28 +104,23 @@ bool Collector::start(const common::Address& address) {
   return m_service.port() != 0;
 }
 
-std::string Collector::admitted(const std::string& name) {
-  if (m_totals.size() < kMostNames) m_totals[name];
-  return m_totals.count(name) != 0 ? name : kOthers;
+std::pair<const std::string, Collector::Total>& Collector::entryOf(const std::string& name) {
+  const auto entry = m_totals.find(name);
+  if (entry != m_totals.end()) return *entry;
+  return *m_totals.try_emplace(m_totals.size() < kMostNames ? name : kOthers).first;
 }
 
 void Collector::stop() {
   m_service.stopServer();
-  m_queue.finish();
+  m_work.finish();
+  if (m_worker.joinable()) m_worker.join();
 }
 
-void Collector::count(const std::string& name, const Total& more) {
-  Total& total = m_totals[name];
-  total.frames += more.frames;
-  total.bytes += more.bytes;
-  total.lines += more.lines;
-}
-
-oxu::json::Json Collector::summary() {
+oxu::json::Json Collector::summary() const {
   oxu::json::Json summary(oxu::json::Json::Array);
   for (const auto& [name, total] : m_totals) {
     oxu::json::Json entry;
-    entry["name"] = common::escaped(name);
+    entry["name"] = name;
     entry["frames"] = common::number(total.frames);
     entry["bytes"] = common::number(total.bytes);
     entry["lines"] = common::number(total.lines);

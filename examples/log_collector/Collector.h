@@ -2,31 +2,50 @@
 #ifndef LOG_COLLECTOR_COLLECTOR_H
 #define LOG_COLLECTOR_COLLECTOR_H
 
+#include <chrono>
+#include <functional>
 #include <map>
 #include <string>
+#include <thread>
+#include <utility>
 
-#include "WorkQueue.h"
 #include "common/Address.h"
+#include "common/Queue.h"
 #include "oxu/Json.h"
 #include "oxu/LogService.h"
 
 namespace collector {
 
-// Used from the main thread. Each connection has a thread that takes its frames apart, and one thread prints them all.
+using Clock = std::chrono::system_clock;
+
+// A line of output.
+struct Line {
+  std::string peer;  // IP:PORT of who sent it
+  std::string name;  // what wrote it
+  std::string text;
+  Clock::time_point time;  // when its end came
+};
+
+// Used from the main thread. Each connection has a thread that takes its frames apart, and a worker that
+// cuts and hands on the lines.
 class Collector {
  public:
-  Collector();
+  using OnLine = std::function<void(const Line&)>;
+
+  // Hands on all lines on one thread, those of more than `longest` bytes in pieces.
+  Collector(std::size_t longest, OnLine onLine);
+  ~Collector() { stop(); }
 
   // False when the address cannot be listened on.
   bool start(const common::Address& address);
 
   int port() const { return m_service.port(); }
 
-  // Ends all connections, and prints what has come.
+  // Ends all connections, and hands on what has come.
   void stop();
 
   // What came, by name; to be called after stop.
-  oxu::json::Json summary();
+  oxu::json::Json summary() const;
 
  private:
   struct Total {
@@ -37,12 +56,14 @@ class Collector {
   class Lines;
   class Connection;
 
-  // The name under which to print and count; those of a sender that never uses one twice go together.
-  std::string admitted(const std::string& name);
-  void count(const std::string& name, const Total& more);
+  // Under which name to print and count; those of a sender that never uses one twice go together.
+  std::pair<const std::string, Total>& entryOf(const std::string& name);
 
+  std::size_t m_longest;
+  OnLine m_on_line;
   std::map<std::string, Total> m_totals;
-  WorkQueue m_queue;     // uses those above
+  common::Queue<std::function<void()>> m_work;
+  std::thread m_worker;  // uses those above
   LogService m_service;  // last: its threads use the others
 };
 

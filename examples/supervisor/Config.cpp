@@ -1,11 +1,8 @@
 #include "Config.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
-#include <sstream>
 #include <stdexcept>
 
 #include "oxu/IniFile.h"
@@ -63,25 +60,25 @@ class Section {
     return number;
   }
 
+  Show show(const std::string& key) const {
+    const std::string word = m_file.getString(m_name, key, "all");
+    if (word == "all") return Show::kAll;
+    if (word == "ends") return Show::kEnds;
+    if (word == "none") return Show::kNone;
+    fail(key, "'" + word + "' is not all, ends or none");
+  }
+
  private:
   IniFile& m_file;
   std::string m_path;
   std::string m_name;
 };
 
-// The names stand in the table's text: no line of a file but a header can begin with a bracket.
-std::vector<std::string> sectionNames(const IniFile& file) {
-  std::vector<std::string> names;
-  std::istringstream lines(file.str());
-  for (std::string line; std::getline(lines, line);) {
-    if (!line.empty() && line.front() == '[') names.push_back(line.substr(1, line.size() - 2));
-  }
-  return names;
-}
-
-void readOwnSection(const Section& section, Config& config, int& restart) {
-  section.allowOnly({"restart", "password_env", "report", "log_service"});
-  restart = section.count("restart", 0, 0);
+// What is common to all sections, which becomes the default of each.
+void readOwnSection(const Section& section, Config& config, JobConfig& defaults) {
+  section.allowOnly({"grace", "restart", "password_env", "report", "log_service"});
+  defaults.grace = section.count("grace", 0, defaults.grace);
+  defaults.restart = section.count("restart", 0, defaults.restart);
   config.report = section.text("report");
   config.logService = section.address("log_service");
   const std::string variable = section.text("password_env");
@@ -90,9 +87,8 @@ void readOwnSection(const Section& section, Config& config, int& restart) {
   if (password != nullptr) config.password = password;
 }
 
-JobConfig readJob(const Section& section, const std::string& name, int restart) {
-  section.allowOnly({"command", "env", "workdir", "root", "restart", "buffer", "blocking"});
-  JobConfig job;
+JobConfig readJob(const Section& section, const std::string& name, JobConfig job) {
+  section.allowOnly({"command", "env", "workdir", "root", "restart", "grace", "buffer", "blocking", "show"});
   job.name = name;
   job.command = section.text("command");
   if (job.command.empty()) section.fail("command", "is missing");
@@ -100,9 +96,10 @@ JobConfig readJob(const Section& section, const std::string& name, int restart) 
   job.workdir = section.text("workdir");
   job.root = section.flag("root");
   job.blocking = section.flag("blocking");
-  if (job.blocking && job.root && ::geteuid() != 0) section.fail("blocking", "is not possible for what sudo runs");
-  job.restart = section.count("restart", 0, restart);
+  job.restart = section.count("restart", 0, job.restart);
+  job.grace = section.count("grace", 0, job.grace);
   job.buffer = static_cast<unsigned long>(section.count("buffer", 1, static_cast<int>(job.buffer)));
+  job.show = section.show("show");
   return job;
 }
 
@@ -112,10 +109,10 @@ Config readConfig(const std::string& path) {
   IniFile file;
   if (!file.load(path)) throw std::runtime_error(path + ": cannot be read");
   Config config;
-  int restart = 0;
-  if (file.has(kOwnSection)) readOwnSection(Section(file, path, kOwnSection), config, restart);
-  for (const std::string& name : sectionNames(file)) {
-    if (name != kOwnSection) config.jobs.push_back(readJob(Section(file, path, name), name, restart));
+  JobConfig defaults;
+  if (file.has(kOwnSection)) readOwnSection(Section(file, path, kOwnSection), config, defaults);
+  for (const std::string& name : file.sections()) {
+    if (name != kOwnSection) config.jobs.push_back(readJob(Section(file, path, name), name, defaults));
   }
   if (config.jobs.empty()) throw std::runtime_error(path + ": there is no section with a command");
   return config;

@@ -9,15 +9,20 @@
 
 namespace supervisor {
 
+// Which lines of a run are printed: all, the first and the last, or none.
+enum class Show { kAll, kEnds, kNone };
+
 // One section of the file, whose name is the command's.
 struct JobConfig {
   std::string name;
   std::string command;
-  std::string env;               // names of variables to export, separated by commas
-  std::string workdir;           // empty: the supervisor's own
-  bool root = false;             // run with sudo, unless the supervisor is root
-  bool blocking = false;         // the command waits for its reader instead of losing output
-  int restart = 0;               // how often to start it again when it quits
+  std::string env;        // names of variables to export, separated by commas
+  std::string workdir;    // empty: the supervisor's own
+  bool root = false;      // run with sudo, unless the supervisor is root
+  bool blocking = false;  // the command waits for its reader instead of losing output
+  int restart = 0;        // how often to start it again when it ends
+  int grace = 5;          // seconds from SIGTERM to SIGKILL
+  Show show = Show::kAll;
   unsigned long buffer = 16384;  // bytes of a chunk of output, at most
 };
 

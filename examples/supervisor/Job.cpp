@@ -4,123 +4,165 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cmath>
 #include <csignal>
-#include <thread>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
 #include <utility>
+
+#include "common/Host.h"
+#include "common/Log.h"
 
 namespace supervisor {
 
 namespace {
 
-const std::string kWakeUp = "Stop Process!\n";
-const std::string kMark = "[supervisor: all that the command wrote stands before this]";
+constexpr std::chrono::seconds kLongRun(10);
+constexpr Job::Clock::duration kShortestPause = std::chrono::seconds(1);
+constexpr Job::Clock::duration kLongestPause = std::chrono::seconds(30);
 
-// A command has no terminal to read from. With its output opened anew, blocking, it waits for its reader where it
-// would lose what the reader is too slow for. Neither can stand in front of commands that sudo runs one by one.
-std::string commandLine(const JobConfig& config, bool throughSudo) {
-  if (throughSudo) return config.command;
-  return std::string("exec </dev/null;") + (config.blocking ? "exec >/dev/stdout 2>&1;" : "") + config.command;
+std::string nameOfSignal(int signal) {
+  const char* name = ::sigabbrev_np(signal);
+  return name != nullptr ? std::string("SIG") + name : "signal " + std::to_string(signal);
 }
 
-// Removes what has arrived of the text that ends a capture: it is delivered like output, but is not the command's.
-void removeWakeUp(std::string& text) {
-  for (std::size_t size = std::min(text.size(), kWakeUp.size()); size > 0; --size) {
-    if (text.compare(text.size() - size, size, kWakeUp, 0, size) != 0) continue;
-    text.resize(text.size() - size);
-    return;
-  }
+std::string nameOfEnd(int status) {
+  if (WIFEXITED(status)) return "exit " + std::to_string(WEXITSTATUS(status));
+  // The monitor reports a process as gone that is merely stopped.
+  return nameOfSignal(WIFSTOPPED(status) ? WSTOPSIG(status) : WTERMSIG(status));
 }
 
 }  // namespace
 
+Job::Job(const JobConfig& config, Forwarder& forwarder)
+    : m_config(config),
+      m_forwarder(forwarder),
+      m_lines(common::kLongestLogLine, [this](const std::string& line) { show(line); }) {}
+
 bool Job::start(const std::string& password) {
-  m_ending = false;
+  m_is_capture_over = false;
+  m_signal = 0;
   m_started = Clock::now();
+  m_state = State::kIdle;
   m_process = std::make_unique<oxu::StartProcess>(
-      m_config.workdir, m_config.env, commandLine(m_config, runsThroughSudo()), password,
-      [this](const std::string& chunk) { capture(chunk); }, m_config.buffer, m_config.root);
-  if (!m_process->isRunning()) {
-    m_process.reset();
-    return false;
-  }
+      m_config.workdir, m_config.env, m_config.command, password, [this](const std::string& chunk) { capture(chunk); },
+      m_config.buffer, m_config.root, m_config.blocking);
+  if (!m_process->isRunning()) return false;
+  m_state = State::kRunning;
   ++m_starts;
   m_pid = m_process->pid();
   return true;
 }
 
-bool Job::runsThroughSudo() const { return m_config.root && ::geteuid() != 0; }
-
-void Job::finish(Clock::time_point quitTime) {
-  m_ran += quitTime - m_started;
-  endGroup();
-  waitForRestOfOutput();
-  m_process.reset();
-  removeWakeUp(m_last_words);
-  if (!m_last_words.empty()) pass(std::exchange(m_last_words, {}));
-  m_printer.finish();
+void Job::noteQuit(int status, Clock::time_point time) {
+  m_state = State::kQuit;
+  m_ended = nameOfEnd(status);
+  const Clock::duration ran = time - m_started;
+  m_ran += ran;
+  m_pause = ran >= kLongRun ? Clock::duration(0) : std::clamp(2 * m_pause, kShortestPause, kLongestPause);
 }
 
-// What the command has left behind in its group goes with it. A command that was stopped, by reaching for the
-// terminal for example, was reported as gone too, but is still there and still a child.
-void Job::endGroup() const {
-  ::kill(-m_pid, SIGKILL);
-  if (::waitpid(m_pid, nullptr, WNOHANG) != 0) return;
-  ::kill(m_pid, SIGKILL);
-  ::waitpid(m_pid, nullptr, 0);
+// A process that has left its group for another, the supervisor's own for example, is signalled alone.
+void Job::signal(int number) const {
+  ::kill(-m_pid, number);
+  const int group = ::getpgid(m_pid);
+  if (group != -1 && group != m_pid) ::kill(m_pid, number);
 }
 
-// What the process wrote last may still be in the pipe. Another shell writes a mark behind it, and waits for room
-// where the pipe is full: all that was in front of the mark has been delivered when the mark has. Where more comes than a
-// pipe holds, that is by something that was left running, and the rest of the process's output has come with it.
-void Job::waitForRestOfOutput() {
-  constexpr std::chrono::seconds kLongest(2);
-  constexpr unsigned long kMostInPipe = 1 << 20;
-  m_has_mark = false;
-  m_ending = true;
-  const unsigned long enough = m_bytes + kMostInPipe + m_config.buffer;
-  const int shell = m_process->addProcess("", "", "exec >/dev/stdout; printf %s '" + kMark + "'", "", false);
-  if (shell == -1) return;
-  Clock::time_point deadline = Clock::now() + kLongest;
-  while (!m_has_mark && m_bytes < enough && Clock::now() < deadline) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    // What waits for the console has all the time that it needs.
-    if (m_capturing) deadline = Clock::now() + kLongest;
+// An ordinary user may signal sudo, which passes SIGTERM on to the command of root, but cannot pass SIGKILL on. The
+// library's kill goes through sudo. It asks for any living process of the group: the shell has ended by SIGTERM.
+void Job::killThroughSudo() const {
+  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+    const int pid = std::atoi(entry.path().filename().c_str());
+    if (pid > 0 && ::getpgid(pid) == m_pid) return static_cast<void>(oxu::StartProcess::kill(pid));
   }
-  ::kill(-shell, SIGKILL);
-  ::waitpid(shell, nullptr, 0);
+}
+
+void Job::end(bool atOnce) {
+  const Clock::duration grace = std::chrono::seconds(atOnce ? 0 : m_config.grace);
+  const bool isFirst = m_signal == 0;
+  if (isFirst) {
+    m_has_left = hasQuit();
+    m_signal = SIGTERM;
+    m_ending = Clock::now();
+  }
+  if (Clock::now() >= m_ending + grace) {
+    if (m_signal == SIGKILL) return;
+    m_signal = SIGKILL;
+    runsThroughSudo() ? killThroughSudo() : signal(SIGKILL);
+  } else if (isFirst) {
+    signal(SIGTERM);
+    signal(SIGCONT);  // what is stopped cannot end
+  }
+}
+
+// A shell that is merely stopped is still a child. What root has left in the group of an ordinary user is out of reach,
+// unless it is by order of the configuration.
+bool Job::isGone() const {
+  if (!hasQuit() || ::waitpid(m_pid, nullptr, WNOHANG) == 0) return false;
+  return ::kill(-m_pid, 0) == -1 && (errno == ESRCH || !runsThroughSudo());
+}
+
+std::string Job::finish(bool mayRestart) {
+  m_process->flushOutput(-1);
+  // The end of the capture is delivered as well.
+  m_is_capture_over = true;
+  m_process.reset();
+  m_lines.finish();
+  showLast();
+  m_state = State::kIdle;
+  const std::string line = name() + " ended with " + m_ended + force();
+  if (!mayRestart || m_config.restart == 0) return line;
+  if (m_starts > m_config.restart) return line + ", and is not started again";
+  m_state = State::kPausing;
+  m_next_start = Clock::now() + m_pause;
+  return line + ", starting it again (" + std::to_string(m_starts) + " of " + std::to_string(m_config.restart) + ")";
+}
+
+// What it took to end it.
+std::string Job::force() const {
+  if (m_signal == 0) return "";
+  if (m_has_left) return ", what it left behind took " + nameOfSignal(m_signal);
+  return m_signal == SIGTERM ? ", SIGTERM was enough" : ", it took SIGKILL";
 }
 
 void Job::capture(const std::string& chunk) {
-  m_capturing = true;
-  if (m_ending) {
-    captureLastWords(chunk);
-  } else {
-    pass(chunk);
-  }
-  m_capturing = false;
-}
-
-void Job::captureLastWords(const std::string& chunk) {
-  const std::size_t unsearched = m_last_words.size() - std::min(m_last_words.size(), kMark.size());
-  m_last_words += chunk;
-  const std::size_t at = m_has_mark ? std::string::npos : m_last_words.find(kMark, unsearched);
-  if (at != std::string::npos) {
-    m_last_words.erase(at, kMark.size());
-    m_has_mark = true;
-  }
-  // What was left running can write for as long as the mark takes. Only what may be the beginning of the mark, or of the
-  // text that ends the capture, waits.
-  constexpr std::size_t kKept = 128;
-  if (m_last_words.size() <= kKept) return;
-  pass(m_last_words.substr(0, m_last_words.size() - kKept));
-  m_last_words.erase(0, m_last_words.size() - kKept);
-}
-
-void Job::pass(const std::string& text) {
-  m_bytes += text.size();
-  m_printer.add(text);
+  if (m_is_capture_over) return;
+  m_bytes += chunk.size();
+  m_lines.add(chunk);
   // A command that does not wait for its reader would lose output here, too, while the service is slow.
-  m_forwarder.forward(name(), text, m_config.blocking);
+  m_forwarder.forward(name(), chunk, m_config.blocking);
+}
+
+void Job::show(const std::string& line) {
+  ++m_run_lines;
+  if (m_config.show == Show::kAll || (m_config.show == Show::kEnds && m_run_lines == 1)) {
+    common::logOutput(name(), line, common::Controls::kKept);
+  } else {
+    m_last_line = line;
+  }
+}
+
+// The end of a run of which only the first line has been shown.
+void Job::showLast() {
+  const unsigned long lines = std::exchange(m_run_lines, 0);
+  if (m_config.show != Show::kEnds || lines < 2) return;
+  if (lines > 2) common::logOutput(name(), "(" + std::to_string(lines - 2) + " more lines)", common::Controls::kKept);
+  common::logOutput(name(), m_last_line, common::Controls::kKept);
+}
+
+oxu::json::Json Job::report() const {
+  oxu::json::Json report;
+  report["name"] = name();
+  report["pid"] = m_pid;
+  report["starts"] = m_starts;
+  report["ended"] = m_ended;
+  report["lines"] = common::number(m_lines.lines());
+  report["bytes"] = common::number(m_bytes);
+  report["seconds"] = std::round(std::chrono::duration<double>(m_ran).count() * 1000) / 1000;
+  return report;
 }
 
 }  // namespace supervisor

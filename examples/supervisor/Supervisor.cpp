@@ -1,12 +1,12 @@
 #include "Supervisor.h"
 
-#include <unistd.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
 
+#include <algorithm>
 #include <chrono>
-#include <csignal>
 #include <string>
 
-#include "Report.h"
 #include "common/Log.h"
 #include "oxu/LogLevel.h"
 
@@ -16,14 +16,17 @@ using common::logLine;
 
 Supervisor::Supervisor(const Config& config) : m_password(config.password), m_forwarder(config.logService) {
   for (const JobConfig& job : config.jobs) m_jobs.emplace_back(job, m_forwarder);
+  ::prctl(PR_SET_CHILD_SUBREAPER, 1);
 }
 
-void Supervisor::run(const std::function<bool()>& stopRequested) {
+void Supervisor::run(const std::function<int()>& stopSignals) {
   for (Job& job : m_jobs) start(job);
-  while (!aliveJobs().empty()) {
-    if (stopRequested()) killAll();
+  while (!std::all_of(m_jobs.begin(), m_jobs.end(), [](const Job& job) { return job.isIdle(); })) {
+    if (const int signals = stopSignals(); signals > m_stop_signals) stop(signals);
     Quit quit;
-    if (nextQuit(quit)) handleQuit(quit);
+    if (nextQuit(quit)) quit.job->noteQuit(quit.status, quit.time);
+    collectOrphans();
+    for (Job& job : m_jobs) advance(job);
   }
 }
 
@@ -33,54 +36,30 @@ void Supervisor::start(Job& job) {
     return;
   }
   logLine(oxu::DEBUG, job.name() + " started as process " + std::to_string(job.pid()));
-  const auto onQuit = [this, &job] {
+  oxu::ProcessInfo info(job.pid(), nullptr);
+  info.setExitCallback([this, &job](int status) {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    m_quits.push_back({&job, Job::Clock::now()});
+    m_quits.push_back({&job, status, Job::Clock::now()});
     m_wake_up.notify_one();
-    return 0;
-  };
-  m_monitor.addProcess(job.name(), oxu::ProcessInfo(job.pid(), onQuit));
+  });
+  m_monitor.addProcess(job.name(), info);
 }
 
-void Supervisor::handleQuit(const Quit& quit) {
-  Job& job = *quit.job;
-  job.finish(quit.time);
-  const bool again = !m_stopping && job.mayRestart();
-  logLine(oxu::WARNING, job.name() + " has quit" + (again ? ", starting it again" : ""));
-  if (again) start(job);
+// Ends what is to end, and starts again what has ended.
+void Supervisor::advance(Job& job) {
+  const bool isStopping = m_stop_signals > 0;
+  if (job.isGone()) logLine(isStopping ? oxu::INFO : oxu::WARNING, job.finish(!isStopping));
+  if (job.hasQuit() || (job.isRunning() && isStopping)) job.end(m_stop_signals > 1);
+  if (job.isDue()) start(job);
 }
 
-// The library's kill ends groups, through sudo where the caller is not root, and one group a call then. An ordinary
-// user ends what is his own by himself. A command that has left its group for another, the supervisor's own for
-// example, is ended alone.
-void Supervisor::killAll() {
-  const std::vector<const Job*> jobs = aliveJobs();
-  logLine(oxu::WARNING,
-          "stopping, with " + std::to_string(jobs.size()) + " of " + std::to_string(m_jobs.size()) + " commands alive");
-  m_stopping = true;
+void Supervisor::stop(int signals) {
+  m_stop_signals = signals;
+  for (Job& job : m_jobs) job.cancelRestart();
+  const auto alive = std::count_if(m_jobs.begin(), m_jobs.end(), [](const Job& job) { return !job.isIdle(); });
+  logLine(oxu::WARNING, (signals > 1 ? "killing " : "ending ") + std::to_string(alive) + " of " +
+                            std::to_string(m_jobs.size()) + " commands");
   m_forwarder.stopWaiting();
-  std::vector<int> groups;
-  for (const Job* job : jobs) {
-    if (::getpgid(job->pid()) != job->pid()) {
-      ::kill(job->pid(), SIGKILL);
-    } else if (::geteuid() == 0) {
-      groups.push_back(job->pid());
-    } else if (job->runsThroughSudo()) {
-      oxu::StartProcess::kill(job->pid());
-    } else {
-      ::kill(-job->pid(), SIGKILL);
-    }
-  }
-  if (!groups.empty()) oxu::StartProcess::kill(groups);
-}
-
-// Those whose end has not been reported yet.
-std::vector<const Job*> Supervisor::aliveJobs() const {
-  std::vector<const Job*> jobs;
-  for (const Job& job : m_jobs) {
-    if (job.isAlive()) jobs.push_back(&job);
-  }
-  return jobs;
 }
 
 // False when no job quits for a tenth of a second.
@@ -93,9 +72,22 @@ bool Supervisor::nextQuit(Quit& quit) {
   return true;
 }
 
+// All children that have ended, but for those that the monitor is about to collect.
+void Supervisor::collectOrphans() {
+  const auto isMonitored = [this](int pid) {
+    return std::any_of(m_jobs.begin(), m_jobs.end(),
+                       [pid](const Job& job) { return job.isRunning() && job.pid() == pid; });
+  };
+  siginfo_t ended{};
+  while (::waitid(P_ALL, 0, &ended, WEXITED | WNOHANG | WNOWAIT) == 0 && ended.si_pid != 0 &&
+         !isMonitored(ended.si_pid)) {
+    ::waitpid(ended.si_pid, nullptr, WNOHANG);
+  }
+}
+
 oxu::json::Json Supervisor::report() const {
   oxu::json::Json report(oxu::json::Json::Array);
-  for (const Job& job : m_jobs) report.append(reportOf(job));
+  for (const Job& job : m_jobs) report.append(job.report());
   return report;
 }
 

@@ -1,4 +1,4 @@
-// Starts commands, restarts those that quit, and ends them all when asked to.
+// Starts commands, restarts those that end, and ends them all when asked to.
 #ifndef SUPERVISOR_SUPERVISOR_H
 #define SUPERVISOR_SUPERVISOR_H
 
@@ -7,7 +7,6 @@
 #include <functional>
 #include <mutex>
 #include <string>
-#include <vector>
 
 #include "Config.h"
 #include "Forwarder.h"
@@ -17,33 +16,38 @@
 
 namespace supervisor {
 
-// Used from the main thread. Launching and killing must not happen at the same time, so quit
+// Used from the main thread. Launching and killing must not happen at the same time, so exit
 // callbacks, which come on the monitor's thread, only tell the main thread which job has quit.
+//
+// It makes the process the parent of whatever its commands leave behind, and collects that: the host has no children of its
+// own.
 class Supervisor {
  public:
   explicit Supervisor(const Config& config);
 
-  // Returns when no job is alive any more, which happens soon after stopRequested() has become
-  // true.
-  void run(const std::function<bool()>& stopRequested);
+  // Returns when every job has ended for good. Asks all of them to end when stopSignals() is above 0, and kills them when it
+  // is above 1.
+  void run(const std::function<int()>& stopSignals);
 
   // What became of each.
   oxu::json::Json report() const;
 
  private:
-  void start(Job& job);
   struct Quit {
     Job* job = nullptr;
+    int status = 0;
     Job::Clock::time_point time;
   };
-  void handleQuit(const Quit& quit);
-  void killAll();
+
+  void start(Job& job);
+  void advance(Job& job);
+  void stop(int signals);
   bool nextQuit(Quit& quit);
-  std::vector<const Job*> aliveJobs() const;
+  void collectOrphans();
 
   std::string m_password;
   Forwarder m_forwarder;
-  bool m_stopping = false;
+  int m_stop_signals = 0;
   std::deque<Job> m_jobs;  // a deque: the jobs stay at their addresses
   std::mutex m_mutex;
   std::condition_variable m_wake_up;

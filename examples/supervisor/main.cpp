@@ -1,12 +1,11 @@
-// supervisor: runs the commands of an INI file side by side, prints what they write, restarts those that quit, and
+// supervisor: runs the commands of an INI file side by side, prints what they write, restarts those that end, and
 // reports what became of them.
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <exception>
-#include <fstream>
 #include <iostream>
 #include <stdexcept>
 #include <string>
@@ -14,117 +13,114 @@
 #include "Config.h"
 #include "Supervisor.h"
 #include "common/Address.h"
+#include "common/Host.h"
 #include "common/Log.h"
 #include "oxu/CApi.h"
-#include "oxu/Option.h"
 
 namespace {
 
-constexpr int kExitFailure = 1;
-constexpr int kExitUsage = 2;
+const char* const kHelp = R"(Usage: supervisor --config FILE [--log-service IP:PORT] [--report FILE] [-v]
 
-std::atomic<bool> stopSignalled{false};
+Runs the commands of an INI file side by side, prints what they write, starts them again when they end, and sums up.
+SIGINT, SIGTERM, SIGHUP or SIGQUIT ends them all, and the supervisor with them; a second one kills them at once.
+
+  --config FILE, -c FILE  the INI file
+  --log-service IP:PORT   forward all output to a log service, such as log_collector
+  --report FILE           write the summary, which is JSON, to FILE instead of standard output
+  -v                      print more
+  --help                  print this
+
+Each section of the file is a command, named by its header:
+
+  command   the command line, for bash
+  restart   how often to start it again when it ends; 0 unless given. After a run of less than 10 seconds the next
+            start waits 1 second, then 2, 4, and so on up to 30
+  grace     seconds from SIGTERM to SIGKILL when it is ended; 5 unless given, 0 kills at once
+  show      which lines of each run to print: all, ends (the first and the last), none
+  blocking  true: it waits where its output is read too slowly, and loses none of it
+  workdir   the directory to run in
+  root      true: run it with sudo, unless the supervisor is root
+  env       names of variables to export in front of it, separated by commas
+  buffer    bytes of output to read at once; 16384 unless given
+
+The section [supervisor] is for all of them:
+
+  restart, grace  for each command that has none of its own
+  log_service     IP:PORT, as --log-service
+  report          a file, as --report
+  password_env    the name of the variable that holds the password for sudo
+
+Example:
+
+  [supervisor]
+  restart = 1000
+  [web]
+  command = exec python3 -m http.server --bind 127.0.0.1 8000
+  workdir = /srv/www
+  blocking = true
+)";
+
 std::atomic<int> stopSignals{0};
+std::atomic<std::int64_t> lastSignalMs{-1000};
 
-// The third one ends a supervisor that waits for a console which stands still.
+// One signal can come twice: timeout(1) sends it to the process and to its group. The third one ends a supervisor that
+// waits for a console which stands still.
 void handleStopSignal(int signal) {
-  stopSignalled = true;
+  using std::chrono::milliseconds;
+  const auto now = std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now().time_since_epoch());
+  std::int64_t last = lastSignalMs;
+  if (now.count() - last < 200 || !lastSignalMs.compare_exchange_strong(last, now.count())) return;
   common::becomeImpatient();
   if (++stopSignals == 3) ::_exit(128 + signal);
 }
 
-void catchStopSignals() {
+void setSignalActions() {
   struct sigaction action {};
   action.sa_handler = handleStopSignal;
   for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) ::sigaction(signal, &action, nullptr);
-}
-
-struct CommandLine {
-  std::string config;
-  std::string report;
-  common::Address logService;
-  bool isVerbose = false;
-};
-
-void declareOptions(Option& options) {
-  options.addOption("config", Option::RequiredValue, "the INI file with the commands");
-  options.addOption("c", Option::RequiredValue, "short for --config");
-  options.addOption("report", Option::RequiredValue, "the file for the summary instead of standard output");
-  options.addOption("log-service", Option::RequiredValue, "IP:PORT to forward output to, as frames");
-  options.addOption("v", Option::NoValue, "print more");
-  options.addOption("help", Option::NoValue, "print this and end");
-}
-
-// Throws std::exception where the command line is wrong.
-CommandLine readCommandLine(const Option& options) {
-  CommandLine line;
-  std::string ignored;
-  if (!options.getOptionValue("config", line.config) && !options.getOptionValue("c", line.config)) {
-    throw std::runtime_error("Option --config is required.");
-  }
-  options.getOptionValue("report", line.report);
-  std::string service;
-  if (options.getOptionValue("log-service", service)) line.logService = common::readAddress(service);
-  line.isVerbose = options.getOptionValue("v", ignored);
-  return line;
+  // Where it is ignored, nobody learns how a child has ended.
+  std::signal(SIGCHLD, SIG_DFL);
 }
 
 oxu::json::Json supervise(const supervisor::Config& config, bool isVerbose) {
+  // A command has no terminal to read from.
+  if (std::freopen("/dev/null", "r", stdin) == nullptr) throw std::runtime_error("/dev/null cannot be opened");
   // A command that is launched while lines are printed one by one would repeat its own text in its output.
   std::setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
-  install_log_task();
+  common::installLog();
   set_log_level(isVerbose ? oxu::DEBUG : oxu::INFO);
-  catchStopSignals();
+  setSignalActions();
   oxu::json::Json report;
   {
     supervisor::Supervisor supervisor(config);
-    supervisor.run([] { return stopSignalled.exchange(false); });
+    supervisor.run([] { return stopSignals.load(); });
     report = supervisor.report();
   }
-  const unsigned long givenUp = common::finishLog();
-  uninstall_log_task();
-  if (givenUp != 0) std::cerr << givenUp << " lines were not printed, the console being too slow\n";
+  common::uninstallLog();
   return report;
-}
-
-bool writeReport(const oxu::json::Json& report, const std::string& path) {
-  if (!path.empty()) {
-    std::ofstream file(path);
-    if (file << report.toString() << std::endl) return true;
-    std::cerr << "the report cannot be written to " << path << ", and goes to standard output\n";
-  }
-  std::cout << report.toString() << std::endl;
-  return path.empty() && std::cout;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   Option options;
-  declareOptions(options);
-  CommandLine line;
-  try {
-    options.parse(argc, argv);
-    std::string ignored;
-    if (options.getOptionValue("help", ignored)) return options.printUsage(), 0;
-    line = readCommandLine(options);
-  } catch (const std::out_of_range&) {
-    std::cerr << argv[0] << ": an argument is empty\n";
-    options.printUsage();
-    return kExitUsage;
-  } catch (const std::exception& fault) {
-    std::cerr << argv[0] << ": " << fault.what() << "\n";
-    options.printUsage();
-    return kExitUsage;
-  }
-  try {
-    supervisor::Config config = supervisor::readConfig(line.config);
-    if (line.logService.port != 0) config.logService = line.logService;
-    const oxu::json::Json report = supervise(config, line.isVerbose);
-    const std::string path = line.report.empty() ? config.report : line.report;
-    return writeReport(report, path) ? 0 : kExitFailure;
-  } catch (const std::exception& fault) {
-    std::cerr << argv[0] << ": " << fault.what() << "\n";
-    return kExitFailure;
-  }
+  for (const char* name : {"config", "c", "report", "log-service"}) options.addOption(name, Option::RequiredValue, "");
+  for (const char* name : {"v", "help"}) options.addOption(name, Option::NoValue, "");
+  std::string path, report, service, verbose;
+  common::Address address;
+  const auto read = [&] {
+    if (!options.getOptionValue("config", path) && !options.getOptionValue("c", path)) {
+      throw std::runtime_error("Option --config is required.");
+    }
+    options.getOptionValue("report", report);
+    if (options.getOptionValue("log-service", service)) address = common::readAddress(service);
+    options.getOptionValue("v", verbose);
+  };
+  const auto run = [&] {
+    supervisor::Config config = supervisor::readConfig(path);
+    if (address.port != 0) config.logService = address;
+    if (report.empty()) report = config.report;
+    return common::writeReport(supervise(config, !verbose.empty()), report, std::cout) ? 0 : 1;
+  };
+  return common::runHost(argc, argv, options, kHelp, read, run);
 }
