@@ -114,10 +114,11 @@ void* LogService::runMainThread(void* self) {
 // paused by itself for lack of room. The pause after a connection ends when the next one waits.
 void LogService::mainThread() {
   while (!m_stop) {
-    if (!os_socket_readable(m_socket.handle(), kReadinessWaitMs, nullptr, m_socket.mode()))
+    if (!os_socket_readable(m_socket.handle(), kReadinessWaitMs, nullptr, m_socket.mode())) {
       os_thread_sleep_milliseconds(kAcceptPauseMs, 0);
-    else if (acceptClient())
+    } else if (acceptClient()) {
       os_socket_readable(m_socket.handle(), kAcceptPauseMs, nullptr, m_socket.mode());
+    }
   }
 }
 
