@@ -28,7 +28,7 @@ collector, which puts it into $folder/collected.json. Ctrl-C ends it earlier.
   family    starts processes of its own, which are ended with it
   stubborn  does not mind SIGTERM, so it is killed after a second
 
-The lines of [ProcessMonitor] are the library's: an ERROR for every end, be it intended or not.
+The lines of [ProcessMonitor] are the library's, an ERROR and a DEBUG for every end, be it intended or not.
 
 TEXT
 
@@ -70,7 +70,8 @@ awk '
   FNR == NR { collected[value("name")] = value("bytes"); next }
   {
     name = value("name")
-    row(name, value("starts"), value("ended"), value("seconds"), value("lines"), value("bytes"), collected[name] + 0)
+    seconds = sprintf("%.1f", value("seconds"))
+    row(name, value("starts"), value("ended"), seconds, value("lines"), value("bytes"), collected[name] + 0)
     bytes += value("bytes")
     differ += value("bytes") != collected[name] + 0
   }

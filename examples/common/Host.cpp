@@ -43,6 +43,12 @@ int runHost(int argc, char** argv, Option& options, const char* help, const std:
   }
 }
 
+std::string requiredValue(const Option& options, const std::string& name) {
+  std::string value;
+  if (!options.getOptionValue(name, value)) throw std::runtime_error("Option --" + name + " is required.");
+  return value;
+}
+
 oxu::json::Json number(unsigned long value) {
   if (value <= INT_MAX) return static_cast<int>(value);
   return static_cast<double>(value);

@@ -16,6 +16,9 @@ namespace common {
 int runHost(int argc, char** argv, Option& options, const char* help, const std::function<void()>& read,
             const std::function<int()>& run);
 
+// The value of an option, which must have been given: throws otherwise.
+std::string requiredValue(const Option& options, const std::string& name);
+
 // Json's integers have 32 bits: a larger count is a double, which is exact up to 2^53.
 oxu::json::Json number(unsigned long value);
 

@@ -29,10 +29,10 @@ class Queue {
     return true;
   }
 
-  // Waits for the next item. False when the queue is finished and empty, or the deadline over.
-  bool take(Item& item) {
+  // Waits for the next item. False when the time is over, and when the queue is finished and empty, or its deadline over.
+  bool take(Item& item, Clock::duration longest = kForEver) {
     std::unique_lock<std::mutex> lock(m_mutex);
-    m_changed.wait(lock, [this] { return !m_items.empty() || m_is_finished; });
+    m_changed.wait_for(lock, longest, [this] { return !m_items.empty() || m_is_finished; });
     if (m_items.empty() || Clock::now() > m_deadline) return false;
     item = std::move(m_items.front().second);
     m_bytes -= m_items.front().first;
@@ -67,6 +67,8 @@ class Queue {
   }
 
  private:
+  static constexpr std::chrono::hours kForEver{876000};
+
   const std::size_t m_room;
   std::mutex m_mutex;
   std::condition_variable m_changed;

@@ -89,13 +89,13 @@ Collector::Collector(std::size_t longest, OnLine onLine)
         for (std::function<void()> work; m_work.take(work);) work();
       }) {
   // Each connection has a thread of its own, so an object of the thread is one of the connection.
-  const auto connection = [this]() -> Connection& {
-    thread_local Connection own(*this);
+  const auto connectionOf = [](Collector& collector) -> Connection& {
+    thread_local Connection own(collector);
     return own;
   };
-  m_service.m_callback = [connection](const char*, int length) { connection().count(length); };
-  m_service.m_frameCallback = [this, connection](const std::string& peer, const oxu::Frame& frame) {
-    connection().take(peer, frame);
+  m_service.m_callback = [this, connectionOf](const char*, int length) { connectionOf(*this).count(length); };
+  m_service.m_frameCallback = [this, connectionOf](const std::string& peer, const oxu::Frame& frame) {
+    connectionOf(*this).take(peer, frame);
   };
 }
 

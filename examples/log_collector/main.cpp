@@ -101,11 +101,10 @@ int main(int argc, char** argv) {
   Option options;
   for (const char* name : {"listen", "report"}) options.addOption(name, Option::RequiredValue, "");
   for (const char* name : {"json", "help"}) options.addOption(name, Option::NoValue, "");
-  std::string listen, json, report;
+  std::string json, report;
   common::Address address;
   const auto read = [&] {
-    if (!options.getOptionValue("listen", listen)) throw std::runtime_error("Option --listen is required.");
-    address = common::readAddress(listen, 0);
+    address = common::readAddress(common::requiredValue(options, "listen"), 0);
     options.getOptionValue("json", json);
     options.getOptionValue("report", report);
   };

@@ -113,7 +113,7 @@ std::string Job::finish(bool mayRestart) {
   m_lines.finish();
   showLast();
   m_state = State::kIdle;
-  const std::string line = name() + " ended with " + m_ended + force();
+  std::string line = name() + " ended with " + m_ended + force();
   if (!mayRestart || m_config.restart == 0) return line;
   if (m_starts > m_config.restart) return line + ", and is not started again";
   m_state = State::kPausing;

@@ -14,7 +14,9 @@ namespace supervisor {
 
 using common::logLine;
 
-Supervisor::Supervisor(const Config& config) : m_password(config.password), m_forwarder(config.logService) {
+// A job has one end at a time.
+Supervisor::Supervisor(const Config& config)
+    : m_password(config.password), m_forwarder(config.logService), m_quits(config.jobs.size()) {
   for (const JobConfig& job : config.jobs) m_jobs.emplace_back(job, m_forwarder);
   ::prctl(PR_SET_CHILD_SUBREAPER, 1);
 }
@@ -24,7 +26,7 @@ void Supervisor::run(const std::function<int()>& stopSignals) {
   while (!std::all_of(m_jobs.begin(), m_jobs.end(), [](const Job& job) { return job.isIdle(); })) {
     if (const int signals = stopSignals(); signals > m_stop_signals) stop(signals);
     Quit quit;
-    if (nextQuit(quit)) quit.job->noteQuit(quit.status, quit.time);
+    if (m_quits.take(quit, std::chrono::milliseconds(100))) quit.job->noteQuit(quit.status, quit.time);
     collectOrphans();
     for (Job& job : m_jobs) advance(job);
   }
@@ -37,11 +39,7 @@ void Supervisor::start(Job& job) {
   }
   logLine(oxu::DEBUG, job.name() + " started as process " + std::to_string(job.pid()));
   oxu::ProcessInfo info(job.pid(), nullptr);
-  info.setExitCallback([this, &job](int status) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_quits.push_back({&job, status, Job::Clock::now()});
-    m_wake_up.notify_one();
-  });
+  info.setExitCallback([this, &job](int status) { m_quits.add({&job, status, Job::Clock::now()}, 1); });
   m_monitor.addProcess(job.name(), info);
 }
 
@@ -60,16 +58,6 @@ void Supervisor::stop(int signals) {
   logLine(oxu::WARNING, (signals > 1 ? "killing " : "ending ") + std::to_string(alive) + " of " +
                             std::to_string(m_jobs.size()) + " commands");
   m_forwarder.stopWaiting();
-}
-
-// False when no job quits for a tenth of a second.
-bool Supervisor::nextQuit(Quit& quit) {
-  std::unique_lock<std::mutex> lock(m_mutex);
-  const auto hasQuit = [this] { return !m_quits.empty(); };
-  if (!m_wake_up.wait_for(lock, std::chrono::milliseconds(100), hasQuit)) return false;
-  quit = m_quits.front();
-  m_quits.pop_front();
-  return true;
 }
 
 // All children that have ended, but for those that the monitor is about to collect.

@@ -2,15 +2,14 @@
 #ifndef SUPERVISOR_SUPERVISOR_H
 #define SUPERVISOR_SUPERVISOR_H
 
-#include <condition_variable>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <string>
 
 #include "Config.h"
 #include "Forwarder.h"
 #include "Job.h"
+#include "common/Queue.h"
 #include "oxu/Json.h"
 #include "oxu/ProcessMonitor.h"
 
@@ -42,16 +41,13 @@ class Supervisor {
   void start(Job& job);
   void advance(Job& job);
   void stop(int signals);
-  bool nextQuit(Quit& quit);
   void collectOrphans();
 
   std::string m_password;
   Forwarder m_forwarder;
   int m_stop_signals = 0;
   std::deque<Job> m_jobs;  // a deque: the jobs stay at their addresses
-  std::mutex m_mutex;
-  std::condition_variable m_wake_up;
-  std::deque<Quit> m_quits;  // guarded by m_mutex
+  common::Queue<Quit> m_quits;
   oxu::ProcessMonitor m_monitor;
 };
 

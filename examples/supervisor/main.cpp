@@ -109,9 +109,7 @@ int main(int argc, char** argv) {
   std::string path, report, service, verbose;
   common::Address address;
   const auto read = [&] {
-    if (!options.getOptionValue("config", path) && !options.getOptionValue("c", path)) {
-      throw std::runtime_error("Option --config is required.");
-    }
+    if (!options.getOptionValue("c", path)) path = common::requiredValue(options, "config");
     options.getOptionValue("report", report);
     if (options.getOptionValue("log-service", service)) address = common::readAddress(service);
     options.getOptionValue("v", verbose);
