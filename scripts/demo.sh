@@ -18,17 +18,20 @@ quietly build
 
 cat <<TEXT
 
-A supervisor runs the six commands of examples/supervisor.ini for $seconds seconds, and forwards what they write to a
-collector, which puts it into $folder/collected.json. Ctrl-C ends it earlier.
+Two programs that use libOxuTool: a supervisor runs the six commands of examples/supervisor.ini for $seconds seconds,
+prints what they write (COMMAND | LINE), and sends it over TCP to a collector. Ctrl-C ends it earlier, with the same
+table at the end.
 
-  clock     runs on
-  failing   ends with exit 3, and is started twice again, after 1 and 2 seconds
-  crashing  crashes, and is started once again
-  noisy     writes 20000 lines at once, of which the first and the last are shown, and none is lost
-  family    starts processes of its own, which are ended with it
-  stubborn  does not mind SIGTERM, so it is killed after a second
+  clock     runs until it is ended
+  failing   lists a folder that does not exist, exits with 3, and is restarted after 1 and after 2 seconds
+  crashing  crashes after 3 seconds, and is restarted after 1 second
+  noisy     writes 20000 lines in its 6th second; only the first and the last are shown, and none is lost
+  family    starts three processes of its own, which are ended with it
+  stubborn  ignores SIGTERM, so it is killed one second after the SIGTERM
 
-The lines of [ProcessMonitor] are the library's, an ERROR and a DEBUG for every end, be it intended or not.
+Red is no fault here: the library's monitor prints two lines for each process that has gone, whatever the reason.
+"ERROR ... is not exist, call quit callback" says that it has gone. "DEBUG ... quit callback result:0" is what the
+callback returned, not the exit status. An empty line follows each. How a command ended is in the line after them.
 
 TEXT
 
@@ -57,7 +60,8 @@ trap - INT EXIT
 # objects FILE: those of a list, one a line.
 objects() { sed 's/},{/\n/g' "$1"; }
 
-printf '\n%s\n\n' "In figures, which are in $folder/supervisor.json and $folder/collector.json as well:"
+printf '\n%s\n%s\n\n' "The figures of all starts together, with the last end (also in $folder/supervisor.json" \
+  "and $folder/collector.json; the output itself is in $folder/collected.json):"
 awk '
   function value(key, text) {
     match($0, "\"" key "\":[^,}]*")

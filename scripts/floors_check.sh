@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Checks the table of folders in docs/ARCHITECTURE.md against the code: a folder includes only its own files and those of
-# the folders that its row names, and calls POSIX directly only where the row says so. And no line of code or text, tables
-# aside, is longer than 120 columns.
+# Checks the table of folders in docs/ARCHITECTURE.md against the code: a folder includes only its own files and those
+# of the folders that its row names, and calls POSIX directly only where the row says so. And no line of code or text,
+# tables aside, is longer than 120 columns.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 faults=0
@@ -14,7 +14,8 @@ while IFS='|' read -r _ folder _ includes posix _; do
   if [[ $posix != *yes* ]] && grep -rnE '(^|[^[:alnum:]_>:])::[a-z_]+\(' "$folder"; then faults=1; fi
 done < <(grep -E '^\| `(include/oxu|os|log|json|config|net|process)/` ' docs/ARCHITECTURE.md)
 
-git ls-files '*.h' '*.cpp' '*.c' '*.sh' '*.md' | xargs awk 'length > 120 && !/^\|/ { print FILENAME ":" FNR ": too long"; bad = 1 }
+git ls-files '*.h' '*.cpp' '*.c' '*.sh' '*.md' | xargs awk '
+  length > 120 && !/^\|/ { print FILENAME ":" FNR ": too long"; bad = 1 }
   END { exit bad }' || faults=1
 ((faults == 0)) && echo "every folder includes and calls what its row says"
 exit "$faults"

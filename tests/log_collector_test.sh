@@ -90,7 +90,8 @@ send '\x0a' '\0' '\0' '\0\x01' '\x02' '\0a' 'b12\n' '34' '\x0a\0\0\0\x01\x03'
 send '\xff\xff\xff\xff rubbish'
 # Control characters could write lines of their own.
 send '\x0d\0\0\0\x01\x04\0c\xc2\x9bd\x1b[2K\t\n'
-for text in 'flood    | 20000' 'stream   | 20000' 'redirect | last words' 'ab       | 12' $'c?d      | ?[2K\t' 'ended within a frame'; do
+for text in 'flood    | 20000' 'stream   | 20000' 'redirect | last words' 'ab       | 12' $'c?d      | ?[2K\t' \
+  'ended within a frame'; do
   expect "print" "$work/collector" "$text"
 done
 expect "bytes that are no frames" "$work/collector.err" "Broken frame from"
@@ -122,7 +123,8 @@ if command -v python3 >/dev/null; then
 fi
 
 # No service, a service that comes, goes without a word, and comes again: told once each time.
-printf '%s\n' '[supervisor]' "log_service = $ip:$port" '[tick]' 'command = while sleep 0.05; do echo t; done' >"$work/c.ini"
+printf '%s\n' '[supervisor]' "log_service = $ip:$port" '[tick]' 'command = while sleep 0.05; do echo t; done' \
+  >"$work/c.ini"
 "$supervisor" -c "$work/c.ini" >"$work/c" 2>"$work/c.err" &
 first=$!
 lost="log service $ip:$port: no connection"

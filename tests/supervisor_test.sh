@@ -99,7 +99,8 @@ config '[supervisor]' 'grace = 30' \
   '[reads]' 'command = cat; echo end of input' \
   '[counts]' 'command = seq --format "line %g" 300' 'show = ends' \
   '[gentle]' 'command = trap "echo saved; exit 4" TERM; while :; do sleep 0.1; done' \
-  '[family]' "command = echo \$\$ >$work/pid; (trap 'sleep 1; echo late; exit' TERM; while :; do sleep 0.1; done) & sleep 1000" \
+  '[family]' \
+  "command = echo \$\$ >$work/pid; (trap 'sleep 1; echo late; exit' TERM; while :; do sleep 0.1; done) & sleep 1000" \
   '[stubborn]' 'command = trap "" TERM; sleep 1000' 'grace = 1'
 SECONDS=0
 start
@@ -120,7 +121,7 @@ reads    \| end of input
 counts   \| line 1
 counts   \| \(298 more lines\)
 counts   \| line 300
-ending 3 of 8 commands
+ending what still runs: family, gentle, stubborn
 gentle   \| saved
 gentle ended with exit 4, SIGTERM was enough
 family   \| late
@@ -137,7 +138,7 @@ config '[stubborn]' 'command = trap "" TERM; echo ready; sleep 1000' 'grace = 10
 start
 await "| ready"
 kill -INT "$running" && kill -INT "$running"
-await "ending 1 of 1 commands"
+await "ending what still runs: stubborn"
 sleep 1
 grep -q killing "$work/out" && fail "a signal that came twice has killed"
 kill -TERM "$running"

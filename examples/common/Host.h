@@ -11,8 +11,8 @@
 
 namespace common {
 
-// Parses the command line, answers --help, and calls `read`, which takes the options, and then `run`. What they throw is
-// printed. Returns the exit status: that of `run`, 1 where it throws, 2 for a wrong command line.
+// Parses the command line, answers --help, and calls `read`, which takes the options, and then `run`. What they throw
+// is printed. Returns the exit status: that of `run`, 1 where it throws, 2 for a wrong command line.
 int runHost(int argc, char** argv, Option& options, const char* help, const std::function<void()>& read,
             const std::function<int()>& run);
 

@@ -29,7 +29,8 @@ class Queue {
     return true;
   }
 
-  // Waits for the next item. False when the time is over, and when the queue is finished and empty, or its deadline over.
+  // Waits for the next item. False when the time is over, and when the queue is finished and empty, or its deadline
+  // over.
   bool take(Item& item, Clock::duration longest = kForEver) {
     std::unique_lock<std::mutex> lock(m_mutex);
     m_changed.wait_for(lock, longest, [this] { return !m_items.empty() || m_is_finished; });

@@ -38,14 +38,15 @@ class Job {
   // To be called once the monitor has reported the shell as gone, with its wait status and the time when it did.
   void noteQuit(int status, Clock::time_point time);
 
-  // Sends SIGTERM to the group at the first call, and SIGKILL in a call when the grace, or what `atOnce` leaves of it, is
-  // over. Both reach what sudo runs.
+  // Sends SIGTERM to the group at the first call, and SIGKILL in a call when the grace, or what `atOnce` leaves of it,
+  // is over. Both reach what sudo runs.
   void end(bool atOnce);
 
   // Whether nothing is left of the shell, which has quit, and of its group.
   bool isGone() const;
 
-  // Takes the rest of the output, and tells how it ended, in a line. With `mayRestart` it pauses if it is to start again.
+  // Takes the rest of the output, and tells how it ended, in a line. With `mayRestart` it pauses if it is to start
+  // again.
   std::string finish(bool mayRestart);
 
   void cancelRestart() {
@@ -57,6 +58,7 @@ class Job {
   bool isRunning() const { return m_state == State::kRunning; }
   bool hasQuit() const { return m_state == State::kQuit; }
   bool isIdle() const { return m_state == State::kIdle; }
+  bool hasSucceeded() const { return m_ended == "exit 0"; }
   bool isDue() const { return m_state == State::kPausing && Clock::now() >= m_next_start; }
   oxu::json::Json report() const;
 

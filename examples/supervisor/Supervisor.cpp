@@ -46,17 +46,22 @@ void Supervisor::start(Job& job) {
 // Ends what is to end, and starts again what has ended.
 void Supervisor::advance(Job& job) {
   const bool isStopping = m_stop_signals > 0;
-  if (job.isGone()) logLine(isStopping ? oxu::INFO : oxu::WARNING, job.finish(!isStopping));
+  if (job.isGone()) {
+    const std::string line = job.finish(!isStopping);
+    logLine(isStopping || job.hasSucceeded() ? oxu::INFO : oxu::WARNING, line);
+  }
   if (job.hasQuit() || (job.isRunning() && isStopping)) job.end(m_stop_signals > 1);
   if (job.isDue()) start(job);
 }
 
 void Supervisor::stop(int signals) {
   m_stop_signals = signals;
-  for (Job& job : m_jobs) job.cancelRestart();
-  const auto alive = std::count_if(m_jobs.begin(), m_jobs.end(), [](const Job& job) { return !job.isIdle(); });
-  logLine(oxu::WARNING, (signals > 1 ? "killing " : "ending ") + std::to_string(alive) + " of " +
-                            std::to_string(m_jobs.size()) + " commands");
+  std::string names;
+  for (Job& job : m_jobs) {
+    job.cancelRestart();
+    if (!job.isIdle()) names += (names.empty() ? " " : ", ") + job.name();
+  }
+  logLine(oxu::INFO, (signals > 1 ? "killing what still runs:" : "ending what still runs:") + names);
   m_forwarder.stopWaiting();
 }
 

@@ -18,14 +18,14 @@ namespace supervisor {
 // Used from the main thread. Launching and killing must not happen at the same time, so exit
 // callbacks, which come on the monitor's thread, only tell the main thread which job has quit.
 //
-// It makes the process the parent of whatever its commands leave behind, and collects that: the host has no children of its
-// own.
+// It makes the process the parent of whatever its commands leave behind, and collects that: the host has no children of
+// its own.
 class Supervisor {
  public:
   explicit Supervisor(const Config& config);
 
-  // Returns when every job has ended for good. Asks all of them to end when stopSignals() is above 0, and kills them when it
-  // is above 1.
+  // Returns when every job has ended for good. Asks all of them to end when stopSignals() is above 0, and kills them
+  // when it is above 1.
   void run(const std::function<int()>& stopSignals);
 
   // What became of each.
