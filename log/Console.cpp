@@ -48,7 +48,8 @@ bool tryWrite(int fd, const char* line, std::size_t size) {
 }
 
 // The same for a stream. What goes through stdio finds room, where the console tells. The stream's lock is held while a
-// line is written, which on a console that blocks may take long, but not while one that does not block is waited for.
+// line is written, which may take long on a console that blocks, and on one that has taken a part of the line. It is
+// not held while a console that does not block has no room at all.
 bool tryPrint(std::FILE* stream, int fd, const char* line, std::size_t size) {
   const StreamLock lock(stream);
   const bool hasText = ::__fpending(stream) != 0;

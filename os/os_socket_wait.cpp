@@ -1,11 +1,13 @@
 #include "os/os_socket_wait.h"
 
+#include <linux/sock_diag.h>
 #include <linux/tcp.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 
 #include <cerrno>
+#include <cstdint>
 
 #include "os/os_clock.h"
 
@@ -35,6 +37,14 @@ bool wasEverConnected(int fd) {
   return info.tcpi_delivered != 0 || info.tcpi_bytes_acked != 0 || info.tcpi_bytes_received != 0;
 }
 
+// poll calls a stream handle writable once a third of its send buffer is free. A write would not block with less.
+bool isConnectedWithRoom(int fd) {
+  std::uint32_t memory[SK_MEMINFO_VARS] = {};
+  socklen_t size = sizeof memory;
+  return wasEverConnected(fd) && ::getsockopt(fd, SOL_SOCKET, SO_MEMINFO, memory, &size) == 0 &&
+         memory[SK_MEMINFO_WMEM_QUEUED] < memory[SK_MEMINFO_SNDBUF];
+}
+
 bool hasUnreadBytes(int fd) {
   int count = 0;
   return ::ioctl(fd, FIONREAD, &count) == 0 && count > 0;
@@ -56,6 +66,7 @@ bool os_socket_readable(int fd, int timeoutMs, int* result, RT_MODE /*mode*/) {
 bool os_socket_writable(int fd, int timeoutMs, int* result, RT_MODE /*mode*/) {
   const int events = pollOne(fd, POLLOUT, timeoutMs);
   const bool isOver = (events & (POLLERR | POLLHUP)) != 0;
+  if (events == 0 && isConnectedWithRoom(fd)) return report(true, POLLOUT, result);
   const bool isReady = (events & POLLNVAL) == 0 && events != 0 && (!isOver || wasEverConnected(fd));
   return report(isReady, events, result);
 }

@@ -28,6 +28,7 @@ StartProcess::StartProcess(const std::string& workDir, const std::string& envNam
     m_running = false;
     return;
   }
+  m_capture_ended = false;
   if (!os_thread_create(&m_output_thread, outputThreadFunc, this, 0, 0)) m_capture_ended = true;
   if (addProcess(workDir, envNames, command, password, needRoot) <= 0) m_running = false;
 }

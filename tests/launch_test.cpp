@@ -267,7 +267,11 @@ TEST(BlockingOutput, NeverHoldsTheHostUpAndEndsTheCommandBySigpipe) {
 }
 
 TEST(FlushOutput, IsTrueOnceTheCallbackIsDoneWithAllThatWasWritten) {
-  EXPECT_FALSE(StartProcess().flushOutput(-1)) << "there is no child";
+  StartProcess idle;
+  EXPECT_FALSE(idle.flushOutput(-1)) << "there is no child";
+  const int pid = idle.addProcess("", "", "exit 0", "", false);
+  EXPECT_FALSE(idle.flushOutput(-1)) << "there is no capture";
+  ::waitpid(pid, nullptr, 0);
   std::atomic<bool> mayGoOn{false};
   support::SharedText output;
   const auto collect = [&](const std::string& chunk) {

@@ -7,7 +7,7 @@
  *     TAG [YYYY-MM-DD hh:mm:ss.mmm]  MESSAGE
  *
  * with the tag coloured by level and the time of the push_log call in the local time zone. It holds up to 127
- * records that wait for the console; a record that finds no room is refused, never waited for.
+ * records that wait for the console; a record that finds no room is refused, and only push_log_wait waits.
  *
  * | call                  | while not installed | while installed                   |
  * |-----------------------|---------------------|-----------------------------------|

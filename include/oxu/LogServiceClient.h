@@ -42,8 +42,8 @@ class OXU_EXPORT LogServiceClient {
 
   /// Sends all of the bytes, waiting for room up to 1 second before each piece. Returns `length` when they have been
   /// given to the system, which is not yet the peer. Otherwise returns, after printing,
-  /// - -4 "[LogServiceClient]Socket not ready to write.\n": a third of the send buffer did not become free within a
-  ///   second, or there is no connection;
+  /// - -4 "[LogServiceClient]Socket not ready to write.\n": the send buffer was full for a second, or there is no
+  ///   connection;
   /// - -4 "[LogServiceClient]Socket link broken.\n": the connection was reset;
   /// - -3 "[LogServiceClient]Failed to send data. ret = %d\n": a send failed or sent nothing, its result being given;
   ///   or `length` is above 2147483647 (ret = -1), in which case nothing is sent.

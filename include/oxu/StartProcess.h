@@ -128,7 +128,7 @@ class OXU_EXPORT StartProcess {
   std::atomic<std::uint64_t> m_read_turn{0};  // odd while the reader takes bytes out of the pipe and counts them
   std::atomic<std::uint64_t> m_read_bytes{0};
   std::atomic<std::uint64_t> m_passed_bytes{0};  // of those read: the callback has returned
-  std::atomic<bool> m_capture_ended{false};
+  std::atomic<bool> m_capture_ended{true};       // also where there never was one
 
   // Made by the first launch, and never destroyed: static objects of a host may launch and kill before and after any
   // other static object exists.
