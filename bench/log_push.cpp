@@ -82,14 +82,16 @@ template <class Logger>
 int run(int burst, int bursts) {
   Logger logger(::open("/dev/null", O_WRONLY | O_CLOEXEC));
   std::vector<double> nanoseconds;
-  for (int i = 0; i < bursts; ++i) {
+  // A burst that finds no room, because the logger's thread has got no processor, does not count.
+  for (int tries = 0; static_cast<int>(nanoseconds.size()) < bursts; ++tries) {
+    if (tries > 10 * bursts) std::abort();
     // Longer than the pause of the thread that empties the slots.
     std::this_thread::sleep_for(kPause + std::chrono::milliseconds(2));
+    int accepted = 0;
     const auto begin = Clock::now();
-    for (int record = 0; record < burst; ++record) {
-      if (!logger.push(0, record)) std::abort();
-    }
-    nanoseconds.push_back(1e9 * bench::secondsSince(begin) / burst);
+    for (int record = 0; record < burst; ++record) accepted += logger.push(0, record) ? 1 : 0;
+    const double took = bench::secondsSince(begin);
+    if (accepted == burst) nanoseconds.push_back(1e9 * took / burst);
   }
   logger.finish();
   const auto middle = nanoseconds.begin() + bursts / 2;

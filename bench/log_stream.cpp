@@ -16,6 +16,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
+#include <future>
 #include <vector>
 
 #include "Figures.h"
@@ -88,14 +89,17 @@ int run(int producers, double rate, double seconds, bool dropsOthers) {
   std::this_thread::sleep_for(std::chrono::milliseconds(50));  // a rest before the first burst
   std::vector<Producer> results(static_cast<std::size_t>(producers));
   for (Producer& result : results) result.microseconds.reserve(1 << 22);
-  const double processorBefore = bench::processorSeconds(RUSAGE_SELF);
-  const auto begin = Clock::now();
-  const auto end = begin + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+  std::promise<Clock::time_point> start;
+  const std::shared_future<Clock::time_point> end = start.get_future().share();
   std::vector<std::thread> threads;
   for (int i = 0; i < producers; ++i) {
-    threads.emplace_back([&, i] { produce(logger, i, rate / producers, end, results[static_cast<std::size_t>(i)]); });
+    threads.emplace_back(
+        [&, i] { produce(logger, i, rate / producers, end.get(), results[static_cast<std::size_t>(i)]); });
   }
-  if (producers == 0) std::this_thread::sleep_until(end);
+  const double processorBefore = bench::processorSeconds(RUSAGE_SELF);
+  const auto begin = Clock::now();
+  start.set_value(begin + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds)));
+  if (producers == 0) std::this_thread::sleep_until(end.get());
   for (std::thread& thread : threads) thread.join();
   const double took = bench::secondsSince(begin);
   const double processor = bench::processorSeconds(RUSAGE_SELF) - processorBefore;
