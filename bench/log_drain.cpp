@@ -1,9 +1,9 @@
 // How many lines a second the logger puts out where they cost nothing, at /dev/null. In a process of its own.
 //
 // Usage: log_drain LOGGER PRODUCERS SECONDS
-//   LOGGER     oxu, spdlog (synchronous, flushed after each line, as the logger does), or bare (a write of a ready line)
-//   PRODUCERS  threads that fill the logger's ring as fast as they can; the others write themselves, in one thread. With
-//              fewer producers than processors the logger's thread has one for itself
+//   LOGGER     oxu; spdlog, synchronous, flushed after each line, as the logger does; or bare, a write of a ready line
+//   PRODUCERS  threads that fill the logger's ring as fast as they can. With fewer than there are processors the logger's
+//              thread has one for itself. The others have one thread, which writes
 // Prints the lines per second, the same per second of processor time that the printing thread used, and how much of the
 // time it was at work, in per cent. Where that is far below 100, it had to wait for records or for a processor.
 #include <fcntl.h>

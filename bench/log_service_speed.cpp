@@ -1,5 +1,5 @@
-// How many bytes a second go from clients to a log service, beside a bare loop with the same buffers and the same waits.
-// In a process of its own.
+// How many bytes a second go from clients to a log service, beside a bare loop with the same buffers and waits. In a
+// process of its own.
 //
 // Usage: log_service_speed WHO PIECE CLIENTS SECONDS
 //   WHO      oxu or bare

@@ -7,8 +7,8 @@
 //   PRODUCERS  threads; with 0 the logger is at rest
 //   RATE       records per second of all producers together; a refused one is lost. 0: as fast as they can, and a
 //              refused one is tried again
-// Prints the records accepted per second, the refused ones in per cent, the processor time of the process in per cent of
-// one processor, and the times of the calls in microseconds: p50, p99, the longest, and "nines_N", which the share
+// Prints the records accepted per second, the refused ones in per cent, the processor time of the process in per cent
+// of one processor, and the times of the calls in microseconds: p50, p99, the longest, and "nines_N", which the share
 // 1 - 10^-N of the calls stays below.
 #include <sys/mman.h>
 

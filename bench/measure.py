@@ -1,8 +1,8 @@
 """Runs the rows' commands, three times each, and stores what they print: a dictionary from command to a list of runs.
 
-A run is a dictionary from the names of figures to numbers. It has what a driver prints as lines of a name and a number;
-or of Google Benchmark's JSON "time_ns" and the counters; and always "processor_seconds", used by the command. A command
-whose peer is not installed has no runs.
+A run is a dictionary from the names of figures to numbers. It has what a driver prints as lines of a name and a number,
+or, of Google Benchmark, "real_time_ns", "cpu_time_ns" and the counters; and always "processor_seconds", which the command
+used. A command whose peer is not installed has no runs.
 """
 import json
 import re
@@ -29,7 +29,8 @@ def google_figures(text):
     if result.get("error_occurred"):
         raise Failed(result["error_message"])
     figures = {name: value for name, value in result.items() if isinstance(value, float)}
-    figures["time_ns"] = result["real_time"] * NANOSECONDS[result["time_unit"]]
+    for name in ("real_time", "cpu_time"):
+        figures[f"{name}_ns"] = result[name] * NANOSECONDS[result["time_unit"]]
     return figures
 
 
@@ -61,7 +62,7 @@ def commands_of(row):
 
 
 def measure(rows, runs):
-    """Prints a line for each row. Ours and the peers take turns, so that other load on the machine meets all of them."""
+    """Prints a line for each row. Ours and the peers take turns, so that other load on the machine meets them all."""
     results = {}
     failures = []
     for number, row in enumerate(rows, 1):

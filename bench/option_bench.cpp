@@ -1,4 +1,4 @@
-// A command line of 40 arguments for 20 options: half of the options take a value, each is given once, and ten arguments
+// A command line of 40 arguments for 20 options: each option is given once, half of them with a value, and ten arguments
 // belong to none.
 #include <benchmark/benchmark.h>
 #include <getopt.h>

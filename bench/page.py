@@ -5,10 +5,13 @@ import os
 import platform
 import re
 import subprocess
+import textwrap
 
 from rows import BUILD, ITSELF, median
 
 PACKAGES = "g++ libbenchmark-dev libspdlog-dev nlohmann-json3-dev libinih-dev libcxxopts-dev libcli11-dev libboost-dev"
+
+WRAP = {"subsequent_indent": "  ", "break_long_words": False, "break_on_hyphens": False}
 
 
 def output(*command):
@@ -69,7 +72,8 @@ def table(row, results):
 
 def commands(row):
     figures = [figure for case in row.cases for figure in (case.ours, *(peer.figure for peer in case.peers))]
-    lines = "\n".join(dict.fromkeys(figure.command for figure in figures))
+    each = dict.fromkeys(figure.command for figure in figures)
+    lines = "\n".join(" \\\n".join(textwrap.wrap(command, 116, **WRAP)) for command in each)
     return f"<details><summary>Commands</summary>\n\n```\n{lines}\n```\n\n</details>"
 
 
@@ -155,4 +159,5 @@ def write_pictures(rows, results, images):
     bars = write_bars(rows, results, folder)
     write_latencies(row["producers"], results, folder)
     write_launches(row["launch"], results, folder)
-    subprocess.run(["gnuplot", "-e", f"bars={bars}; data='{folder}'; images='{images}'", "bench/pictures.gp"], check=True)
+    settings = f"bars={bars}; data='{folder}'; images='{images}'"
+    subprocess.run(["gnuplot", "-e", settings, "bench/pictures.gp"], check=True)

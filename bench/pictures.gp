@@ -4,8 +4,8 @@ grey = "#7b7b7b"
 set linetype 1 lc rgb "#3b82c4" lw 2 pt 7 ps 0.6
 set linetype 2 lc rgb "#d9601a" lw 2 pt 5 ps 0.6
 set linetype 3 lc rgb "#2e9d57" lw 2 pt 9 ps 0.7
-style = "reset; set border 3 lc rgb grey; set tics nomirror tc rgb grey; set title tc rgb grey; set xlabel tc rgb grey;" \
-  ."set ylabel tc rgb grey; set key tc rgb grey Left reverse; set grid lc rgb grey lw 0.4 dt 3"
+style = "reset; set border 3 lc rgb grey; set tics nomirror tc rgb grey; set title tc rgb grey;" \
+  ."set xlabel tc rgb grey; set ylabel tc rgb grey; set key tc rgb grey Left reverse; set grid lc rgb grey lw 0.4 dt 3"
 
 # How many times a peer's speed, on a scale on which twice and half are equally far from 1.
 set terminal svg size 860, 70 + 18 * bars font "sans-serif,13" noenhanced

@@ -1,7 +1,7 @@
 """What is measured: the commands, their figures, and what is wanted of them.
 
-A row has cases. A case is one line of work with a figure of ours, and the figures of its peers. A figure is a number that
-a command prints; measure.py says which there are.
+A row has cases. A case is one line of work with a figure of ours, and the figures of its peers. A figure is a number
+that a command prints; measure.py says which there are.
 """
 import os
 import shlex
@@ -90,6 +90,10 @@ def processors():
     return sorted(os.sched_getaffinity(0))
 
 
+def counted(count, noun):
+    return f"{count} {noun}{'s' * (count != 1)}"
+
+
 def driver(name, *arguments):
     return " ".join([f"{BUILD}/bench/{name}", *map(str, arguments)])
 
@@ -99,7 +103,7 @@ def rows(quick):
     def seconds(full):
         return 0.1 if quick else full
 
-    def google(benchmark, scale, name="time_ns", divisor=None):
+    def google(benchmark, scale, name="real_time_ns", divisor=None):
         command = driver("oxutool_bench", f"--benchmark_min_time={0.01 if quick else 0.3}", "--benchmark_format=json",
                          shlex.quote(f"--benchmark_filter=^{benchmark}$"))
         return Figure(command, name, divisor, scale)
@@ -119,24 +123,23 @@ def rows(quick):
                 return Figure(driver("log_stream", logger, count, 0, seconds(2)), name)
             def case(text, name, wanted, **more):
                 peers = [Peer("spdlog, asynchronous", figure("spdlog", name))]
-                cases.append(Case(f"{count} producers, {text}".replace("1 producers", "1 producer"),
-                                  figure("oxu", name), peers, wanted, **more))
+                cases.append(Case(f"{counted(count, 'producer')}, {text}", figure("oxu", name), peers, wanted, **more))
             case("records per second", "records_per_second", [every_run_at_least(300000), median_at_least(600000)],
-                 more_is_better=True, bar=f"full speed, {count} producers".replace(" 1 producers", " 1 producer"))
+                 more_is_better=True, bar=f"full speed, {counted(count, 'producer')}")
             case("p99 of a call, µs", "p99_us", [median_below(200, "µs")] if count >= 4 else [])
         return cases
 
     def streams():
         cases = []
-        for cores in (2, 1):
+        for cores in range(min(2, len(processors())), 0, -1):
             prefix = f"taskset -c {','.join(map(str, processors()[:cores]))} "
             for rate in (20000, 50000, 200000):
                 for threads in (1, 4):
                     def figure(logger):
                         return Figure(prefix + driver("log_stream", logger, threads, rate, seconds(1)),
                                       "refused_percent")
-                    cases.append(Case(f"{rate:,} per second from {threads} thread{'s' * (threads > 1)}, {cores} "
-                                      f"core{'s' * (cores > 1)}, % refused", figure("oxu"),
+                    work = f"{rate:,} per second from {counted(threads, 'thread')}, {counted(cores, 'core')}"
+                    cases.append(Case(f"{work}, % refused", figure("oxu"),
                                       [Peer("spdlog, dropping the oldest", figure("spdlog"))], [median_below(1, "%")]))
         return cases
 
@@ -164,7 +167,7 @@ def rows(quick):
         works = [("Build", "Wide")] + [(work, shape) for work in ("Copy", "Destroy", "Text") for shape in shapes]
         def case(work, shape):
             def figure(divisor=None):
-                return google(f"BM_Json<{work}, {shape}>/iterations:1/manual_time", 1e-3, divisor=divisor)
+                return google(f"BM_Json<{work},.{shape}>/iterations:1/manual_time", 1e-3, divisor=divisor)
             verb = "append" if work == "Build" else work.lower()
             return Case(f"{verb}, {shapes[shape]}, µs", figure(),
                         [Peer("plain recursion", figure("of_plain")), Peer("nlohmann::json", figure("of_nlohmann"))],
@@ -175,17 +178,18 @@ def rows(quick):
         keys = 10000 if quick else 1000000
         def case(shuffled, limit):
             def figure(load):
-                return google(f"BM_Ini{load}/shuffled:{shuffled}/keys:{keys}/iterations:1/real_time", 1e-6)
+                benchmark = f"BM_Ini{load}/shuffled:{shuffled}/keys:{keys}/iterations:1/real_time"
+                return google(benchmark, 1e-6, "cpu_time_ns")
             order = "shuffled" if shuffled else "sorted"
-            return Case(f"{keys:,} keys, {order}, ms", figure("Load"),
+            return Case(f"{keys:,} keys, {order}, ms of processor time", figure("Load"),
                         [Peer("inih", figure("Inih"), at_most(limit)),
                          Peer("read and memchr", figure("ReadAndMemchr"))], bar=f"INI, {order} keys")
-        return [case(0, 0.25), case(1, 0.33)]
+        return [case(0, 0.4), case(1, 0.6)]
 
     def options():
         def case(work, text, wanted, **more):
             def figure(parser):
-                return google(f"BM_Option{work}<{parser}>", 1e-3)
+                return google(f"BM_Option{work}<{parser}>", 1e-3, "cpu_time_ns")
             return Case(f"{text}, µs", figure("Oxu"),
                         [Peer("getopt_long", figure("Getopt"), wanted), Peer("cxxopts", figure("Cxxopts")),
                          Peer("CLI11", figure("Cli11"))], **more)
@@ -206,9 +210,10 @@ def rows(quick):
             for clients in (1, 50):
                 def figure(who):
                     return Figure(driver("log_service_speed", who, piece, clients, seconds(0.6)), "mb_per_second")
-                cases.append(Case(f"pieces of {text}, {clients} client{'s' * (clients > 1)}, MB per second",
-                                  figure("oxu"), [Peer("bare loop", figure("bare"), at_least(0.9))],
-                                  more_is_better=True, bar=f"log service, {text}, {clients} client{'s' * (clients > 1)}"))
+                work = f"{text}, {counted(clients, 'client')}"
+                cases.append(Case(f"pieces of {work}, MB per second", figure("oxu"),
+                                  [Peer("bare loop", figure("bare"), at_least(0.9))], more_is_better=True,
+                                  bar=f"log service, {work}"))
         return cases
 
     def monitor():
@@ -221,10 +226,11 @@ def rows(quick):
     def launch():
         def figure(who, mebibytes):
             name = {"oxu": "BM_LaunchStartProcess"}.get(who, f"BM_Launch/{who}")
-            return google(f"{name}/MiB:{mebibytes}/real_time", 1e-3)
+            return google(f"{name}/MiB:{mebibytes}/iterations:20/real_time", 1e-3)
         cases = []
         for mebibytes in memory_sizes(quick):
-            peers = [Peer("fork + exec", figure("fork", mebibytes)), Peer("posix_spawn", figure("posix_spawn", mebibytes))]
+            peers = [Peer("fork + exec", figure("fork", mebibytes)),
+                     Peer("posix_spawn", figure("posix_spawn", mebibytes))]
             if mebibytes != 4:
                 peers.insert(0, Peer(ITSELF, figure("oxu", 4), below(1.2)))
             text = f"{mebibytes} MiB" if mebibytes < 1024 else f"{mebibytes // 1024} GiB"
