@@ -2,8 +2,8 @@
 //
 // Usage: log_drain LOGGER PRODUCERS SECONDS
 //   LOGGER     oxu; spdlog, synchronous, flushed after each line, as the logger does; or bare, a write of a ready line
-//   PRODUCERS  threads that fill the logger's ring as fast as they can. With fewer than there are processors the logger's
-//              thread has one for itself. The others have one thread, which writes
+//   PRODUCERS  threads that fill the logger's ring as fast as they can. With fewer than there are processors the
+//              logger's thread has one for itself. The others have one thread, which writes
 // Prints the lines per second, the same per second of processor time that the printing thread used, and how much of the
 // time it was at work, in per cent. Where that is far below 100, it had to wait for records or for a processor.
 #include <fcntl.h>

@@ -1,5 +1,5 @@
-// A command line of 40 arguments for 20 options: each option is given once, half of them with a value, and ten arguments
-// belong to none.
+// A command line of 40 arguments for 20 options: each option is given once, half of them with a value, and ten
+// arguments belong to none.
 #include <benchmark/benchmark.h>
 #include <getopt.h>
 

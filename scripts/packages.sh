@@ -36,6 +36,6 @@ install_missing() {
 
 build_packages=(cmake g++ ninja-build)
 test_packages=("${build_packages[@]}" gcc libgtest-dev pkgconf sudo)
-# Beside the peers, which the distribution has all.
-bench_packages=("${build_packages[@]}" git gnuplot-nox libbenchmark-dev libboost-dev libcli11-dev libcxxopts-dev libinih-dev
-  libspdlog-dev nlohmann-json3-dev python3)
+# The benchmarks, with the libraries that they compare with.
+bench_packages=("${build_packages[@]}" git gnuplot-nox libbenchmark-dev python3
+  libboost-dev libcli11-dev libcxxopts-dev libinih-dev libspdlog-dev nlohmann-json3-dev)
