@@ -2,95 +2,29 @@
 // takes. In a process of its own, so that no other work is measured. Every record is found again in the file, whole and
 // in its thread's order; the exit status is 1 where that does not hold.
 //
-// Usage: log_stream LOGGER PRODUCERS RATE SECONDS [LATENCIES]
-//   LOGGER     oxu, or spdlog where that was found
+// Usage: log_stream LOGGER PRODUCERS RATE SECONDS
+//   LOGGER     oxu or spdlog (asynchronous)
+//   PRODUCERS  threads; with 0 the logger is at rest
 //   RATE       records per second of all producers together; a refused one is lost. 0: as fast as they can, and a
 //              refused one is tried again
-//   LATENCIES  a file for the times of the calls in nanoseconds, a line each
-// Prints one line: logger, producers, rate, accepted per second, refused in per cent, then the calls' p50, p99 and
-// longest time in microseconds, and the processor time of the process in per cent of one processor.
-#include <fcntl.h>
+// Prints the records accepted per second, the refused ones in per cent, the processor time of the process in per cent
+// of one processor, and the times of the calls in microseconds: p50, p99, the longest, and "nines_N", which the share
+// 1 - 10^-N of the calls stays below.
 #include <sys/mman.h>
-#include <sys/resource.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
-#include <chrono>
-#include <cstdio>
+#include <cmath>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
-#include <string>
-#include <thread>
+#include <future>
 #include <vector>
 
-#ifdef OXU_HAVE_SPDLOG
-#include <spdlog/async.h>
-#include <spdlog/sinks/basic_file_sink.h>
-#include <spdlog/spdlog.h>
-#endif
-
-#include "oxu/CApi.h"
+#include "Figures.h"
+#include "LogPeers.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-constexpr const char* kText = "producer %d record %ld served in %d us";
-
-class Oxu {
- public:
-  explicit Oxu(int file) {
-    ::dup2(file, STDOUT_FILENO);
-    install_log_task();
-  }
-  bool push(int producer, long record) { return push_log(oxu::INFO, kText, producer, record, 423); }
-  bool pushOrWait(int producer, long record) {
-    while (!push(producer, record)) std::this_thread::yield();
-    return true;
-  }
-  void finish() {
-    flush_log(-1);
-    uninstall_log_task();
-  }
-};
-
-#ifdef OXU_HAVE_SPDLOG
-// With the queue of the same size. A full queue blocks the caller, or drops its oldest record.
-class Spdlog {
- public:
-  explicit Spdlog(int file) : m_path("/proc/self/fd/" + std::to_string(file)) {
-    spdlog::init_thread_pool(128, 1);
-    auto sink = std::make_shared<spdlog::sinks::basic_file_sink_mt>(m_path);
-    const auto make = [&](spdlog::async_overflow_policy policy) {
-      auto logger = std::make_shared<spdlog::async_logger>("log", sink, spdlog::thread_pool(), policy);
-      logger->set_pattern("%^%l%$ [%Y-%m-%d %T.%e]  %v");
-      return logger;
-    };
-    m_dropping = make(spdlog::async_overflow_policy::overrun_oldest);
-    m_blocking = make(spdlog::async_overflow_policy::block);
-  }
-  bool push(int producer, long record) {
-    m_dropping->info("producer {} record {} served in {} us", producer, record, 423);
-    return true;
-  }
-  bool pushOrWait(int producer, long record) {
-    m_blocking->info("producer {} record {} served in {} us", producer, record, 423);
-    return true;
-  }
-  void finish() {
-    m_blocking->flush();
-    m_dropping.reset();
-    m_blocking.reset();
-    spdlog::shutdown();
-  }
-
- private:
-  std::string m_path;
-  std::shared_ptr<spdlog::async_logger> m_dropping, m_blocking;
-};
-#endif
+using bench::Clock;
 
 struct Producer {
   std::vector<float> microseconds;  // of each call
@@ -107,18 +41,15 @@ void produce(Logger& logger, int number, double rate, Clock::time_point end, Pro
     if (rate > 0 && due > Clock::now()) std::this_thread::sleep_until(due);
     const auto before = Clock::now();
     if (before >= end) return;
-    result.accepted += rate > 0 ? logger.push(number, record) : logger.pushOrWait(number, record);
+    bool isAccepted = true;
+    if (rate > 0) {
+      isAccepted = logger.push(number, record);
+    } else {
+      logger.pushOrRetry(number, record);
+    }
+    result.accepted += isAccepted ? 1 : 0;
     result.microseconds.push_back(std::chrono::duration<float, std::micro>(Clock::now() - before).count());
   }
-}
-
-double processorSeconds() {
-  rusage usage{};
-  ::getrusage(RUSAGE_SELF, &usage);
-  const auto seconds = [](const timeval& time) {
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
-  };
-  return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
 // How many records the file has; -1 where one is torn, doubled or out of its thread's order.
@@ -139,23 +70,39 @@ long countRecords(int file, std::size_t producers) {
   return count;
 }
 
+void printTimes(std::vector<float> calls) {
+  if (calls.empty()) return;
+  std::sort(calls.begin(), calls.end());
+  const auto quantile = [&](double share) {
+    return static_cast<double>(calls[static_cast<std::size_t>(share * static_cast<double>(calls.size() - 1))]);
+  };
+  std::fprintf(stderr, "p50_us %.3f\np99_us %.3f\nlongest_us %.3f\n", quantile(0.5), quantile(0.99), quantile(1));
+  for (int tenths = 0; tenths <= 50; tenths += 2) {
+    std::fprintf(stderr, "nines_%.1f %.3f\n", tenths / 10.0, quantile(1 - std::pow(10, -tenths / 10.0)));
+  }
+}
+
 template <class Logger>
-int run(const char* name, int producers, double rate, double seconds, const char* latencies) {
+int run(int producers, double rate, double seconds, bool dropsOthers) {
   const int file = ::memfd_create("records", 0);
   Logger logger(file);
   std::this_thread::sleep_for(std::chrono::milliseconds(50));  // a rest before the first burst
   std::vector<Producer> results(static_cast<std::size_t>(producers));
   for (Producer& result : results) result.microseconds.reserve(1 << 22);
-  const double processorBefore = processorSeconds();
-  const auto begin = Clock::now();
-  const auto end = begin + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+  std::promise<Clock::time_point> start;
+  const std::shared_future<Clock::time_point> end = start.get_future().share();
   std::vector<std::thread> threads;
   for (int i = 0; i < producers; ++i) {
-    threads.emplace_back([&, i] { produce(logger, i, rate / producers, end, results[static_cast<std::size_t>(i)]); });
+    threads.emplace_back(
+        [&, i] { produce(logger, i, rate / producers, end.get(), results[static_cast<std::size_t>(i)]); });
   }
+  const double processorBefore = bench::processorSeconds(RUSAGE_SELF);
+  const auto begin = Clock::now();
+  start.set_value(begin + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds)));
+  if (producers == 0) std::this_thread::sleep_until(end.get());
   for (std::thread& thread : threads) thread.join();
-  const double took = std::chrono::duration<double>(Clock::now() - begin).count();
-  const double processor = processorSeconds() - processorBefore;
+  const double took = bench::secondsSince(begin);
+  const double processor = bench::processorSeconds(RUSAGE_SELF) - processorBefore;
   logger.finish();
 
   std::vector<float> calls;
@@ -165,34 +112,27 @@ int run(const char* name, int producers, double rate, double seconds, const char
     accepted += result.accepted;
   }
   const long found = countRecords(file, results.size());
-  // spdlog accepts every record and drops others for it.
-  const bool isComplete = std::strcmp(name, "spdlog") == 0 ? found >= 0 : found == accepted;
-  const double refused = 100.0 * (1 - static_cast<double>(found) / static_cast<double>(calls.size()));
-  std::sort(calls.begin(), calls.end());
-  const auto quantile = [&](double share) { return calls[static_cast<std::size_t>(share * double(calls.size() - 1))]; };
-  std::fprintf(stderr, "%s %d %.0f %.0f %.3f %.2f %.2f %.2f %.1f\n", name, producers, rate, double(found) / took,
-               refused, double(quantile(0.5)), double(quantile(0.99)), double(calls.back()), 100 * processor / took);
-  if (latencies != nullptr) {
-    std::ofstream out(latencies);
-    for (std::size_t i = 0; i < 1000; ++i) out << quantile(double(i) / 999) << "\n";
-  }
-  return isComplete ? 0 : 1;
+  const double share = calls.empty() ? 1 : static_cast<double>(found) / static_cast<double>(calls.size());
+  std::fprintf(stderr, "records_per_second %.0f\nrefused_percent %.4f\nprocessor_percent %.3f\n",
+               static_cast<double>(found) / took, 100 * (1 - share), 100 * processor / took);
+  printTimes(std::move(calls));
+  return (dropsOthers ? found >= 0 : found == accepted) ? 0 : 1;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 5) {
-    std::fputs("usage: log_stream LOGGER PRODUCERS RATE SECONDS [LATENCIES]\n", stderr);
+  if (argc != 5) {
+    std::fputs("usage: log_stream LOGGER PRODUCERS RATE SECONDS\n", stderr);
     return 2;
   }
-  const auto runAs = [&](auto measure) {
-    return measure(argv[1], std::atoi(argv[2]), std::atof(argv[3]), std::atof(argv[4]), argc > 5 ? argv[5] : nullptr);
-  };
+  const std::string logger = argv[1];
+  const int producers = std::atoi(argv[2]);
+  const double rate = std::atof(argv[3]), seconds = std::atof(argv[4]);
+  if (logger == "oxu") return run<bench::Oxu>(producers, rate, seconds, false);
 #ifdef OXU_HAVE_SPDLOG
-  if (std::strcmp(argv[1], "spdlog") == 0) return runAs(run<Spdlog>);
+  // It accepts every record, and drops others for it.
+  if (logger == "spdlog") return run<bench::Spdlog>(producers, rate, seconds, true);
 #endif
-  if (std::strcmp(argv[1], "oxu") == 0) return runAs(run<Oxu>);
-  std::fprintf(stderr, "there is no %s here\n", argv[1]);
-  return 2;
+  return bench::noPeer(argv[1]);
 }

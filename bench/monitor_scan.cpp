@@ -1,7 +1,7 @@
 // What a pass of the monitor over many processes that are no children costs, beside the bare stat calls, and beside one
 // epoll over pidfds. Processor time of the process, in microseconds per pass; in a process of its own.
 //
-// Usage: monitor_scan [PROCESSES [PASSES]]. Prints: monitor, bare stat, epoll, and the ratio of the first two.
+// Usage: monitor_scan PROCESSES PASSES. Prints the figures of the three.
 #include <sys/epoll.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -18,23 +18,19 @@
 #include <thread>
 #include <vector>
 
+#include "Figures.h"
 #include "oxu/ProcessMonitor.h"
 
 namespace {
 
-double processorMicroseconds() {
-  rusage usage{};
-  ::getrusage(RUSAGE_SELF, &usage);
-  const auto microseconds = [](const timeval& time) {
-    return 1e6 * static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec);
-  };
-  return microseconds(usage.ru_utime) + microseconds(usage.ru_stime);
-}
+double processorMicroseconds() { return 1e6 * bench::processorSeconds(RUSAGE_SELF); }
 
 std::vector<pid_t> startProcesses(int count) {
   std::vector<pid_t> pids;
   for (int i = 0; i < count; ++i) {
     const pid_t pid = ::fork();
+    // Kept, it would be killed at the end, and -1 stands for every process.
+    if (pid == -1) std::abort();
     if (pid == 0) {
       ::prctl(PR_SET_PDEATHSIG, SIGKILL);
       ::pause();
@@ -103,13 +99,17 @@ double epollPass(const std::vector<pid_t>& pids, int passes) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const int count = argc > 1 ? std::atoi(argv[1]) : 5000;
-  const int passes = argc > 2 ? std::atoi(argv[2]) : 25;
-  const std::vector<pid_t> pids = startProcesses(count);
+  if (argc != 3) {
+    std::fputs("usage: monitor_scan PROCESSES PASSES\n", stderr);
+    return 2;
+  }
+  const int passes = std::atoi(argv[2]);
+  const std::vector<pid_t> pids = startProcesses(std::atoi(argv[1]));
   const double monitor = monitorPass(pids, passes);
   const double bare = barePass(pids, passes);
   const double epoll = epollPass(pids, passes);
   for (const pid_t pid : pids) ::kill(pid, SIGKILL);
   for (const pid_t pid : pids) ::waitpid(pid, nullptr, 0);
-  std::printf("%.0f %.0f %.0f %.2f\n", monitor, bare, epoll, monitor / bare);
+  std::fprintf(stderr, "monitor_us %.1f\nstat_us %.1f\n", monitor, bare);
+  if (epoll >= 0) std::fprintf(stderr, "pidfd_us %.1f\n", epoll);
 }

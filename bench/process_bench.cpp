@@ -1,6 +1,7 @@
 // Launching beside the bare ways to run the same shell, from hosts of several sizes, and capture beside a bare read of
 // the same pipe.
 #include <benchmark/benchmark.h>
+#include <fcntl.h>
 #include <spawn.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -10,9 +11,18 @@
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <thread>
+
+#if __has_include(<boost/process/child.hpp>)
+#include <boost/process/args.hpp>
+#include <boost/process/child.hpp>
+#include <boost/process/exe.hpp>
+#include <boost/process/io.hpp>
+#include <boost/process/pipe.hpp>
+#endif
 
 #include "oxu/StartProcess.h"
 
@@ -24,6 +34,7 @@ class HostMemory {
   explicit HostMemory(std::int64_t mebibytes)
       : m_size(static_cast<std::size_t>(mebibytes) << 20),
         m_data(::mmap(nullptr, m_size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) {
+    if (m_data == MAP_FAILED) std::abort();
     ::madvise(m_data, m_size, MADV_NOHUGEPAGE);
     std::memset(m_data, 1, m_size);
   }
@@ -74,41 +85,95 @@ void BM_LaunchStartProcess(benchmark::State& state) {
   }
 }
 
+// A fixed number of launches: to find one out, the memory would be filled again and again.
 void hostSizes(benchmark::internal::Benchmark* launch) {
-  launch->ArgName("MiB")->Arg(4)->Arg(1024)->Arg(4096)->Unit(benchmark::kMicrosecond)->UseRealTime();
+  launch->ArgName("MiB")->Arg(4)->Arg(256)->Arg(1024)->Arg(4096)->Iterations(20);
+  launch->Unit(benchmark::kMicrosecond)->UseRealTime();
 }
 BENCHMARK_CAPTURE(BM_Launch, fork, launchByFork)->Apply(hostSizes);
 BENCHMARK_CAPTURE(BM_Launch, posix_spawn, launchByPosixSpawn)->Apply(hostSizes);
 BENCHMARK(BM_LaunchStartProcess)->Apply(hostSizes);
 
-// 34 MB of text; the command opens its output anew, so that it waits for its reader and loses
-// nothing.
-constexpr char kCommand[] = "exec >/dev/stdout 2>&1; seq 1000000 5250000";
-constexpr long kBytes = 4250001L * 8;
+// The command writes as fast as a pipe takes it, and waits for its reader. The reader takes 64 KiB at a time.
+char fastCommand[] = "dd if=/dev/zero bs=64k count=2048 status=none";
+constexpr long kBytes = 2048L << 16;
+constexpr std::size_t kChunk = 1 << 16;
+char buffer[kChunk];
+
+void finishCapture(benchmark::State& state, long received) {
+  if (received != state.iterations() * kBytes) state.SkipWithError("lost output");
+  state.SetBytesProcessed(state.iterations() * kBytes);
+}
+
+// The bare reader's pipe is as large as that of StartProcess.
+void BM_CaptureReadLoop(benchmark::State& state) {
+  char* const fastArguments[] = {shell, option, fastCommand, nullptr};
+  long received = 0;
+  for (auto _ : state) {
+    int ends[2];
+    if (::pipe2(ends, O_CLOEXEC) != 0) std::abort();
+    ::fcntl(ends[1], F_SETPIPE_SZ, 256 * 1024);
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+      ::dup2(ends[1], STDOUT_FILENO);
+      ::execve(shell, fastArguments, environ);
+      ::_exit(1);
+    }
+    ::close(ends[1]);
+    while (const ssize_t size = ::read(ends[0], buffer, kChunk)) {
+      if (size < 0) std::abort();
+      received += size;
+    }
+    ::close(ends[0]);
+    ::waitpid(pid, nullptr, 0);
+  }
+  finishCapture(state, received);
+}
+BENCHMARK(BM_CaptureReadLoop)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_CapturePopen(benchmark::State& state) {
-  static char buffer[1 << 16];
+  long received = 0;
   for (auto _ : state) {
-    std::FILE* const pipe = ::popen(kCommand, "r");
-    long received = 0;
-    while (const std::size_t size = std::fread(buffer, 1, sizeof buffer, pipe)) received += static_cast<long>(size);
+    std::FILE* const pipe = ::popen(fastCommand, "r");
+    while (const std::size_t size = std::fread(buffer, 1, kChunk, pipe)) received += static_cast<long>(size);
     ::pclose(pipe);
-    if (received != kBytes) state.SkipWithError("lost output");
   }
-  state.SetBytesProcessed(state.iterations() * kBytes);
+  finishCapture(state, received);
 }
 BENCHMARK(BM_CapturePopen)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-void BM_CaptureStartProcess(benchmark::State& state) {
+#if __has_include(<boost/process/child.hpp>)
+void BM_CaptureBoost(benchmark::State& state) {
+  long received = 0;
   for (auto _ : state) {
-    std::atomic<long> received{0};
-    const oxu::StartProcess process(
-        "", "", kCommand, "", [&](const std::string& chunk) { received += static_cast<long>(chunk.size()); }, 1 << 16,
-        false);
-    ::waitpid(process.pid(), nullptr, 0);
-    while (received < kBytes) std::this_thread::yield();
+    namespace bp = boost::process;
+    bp::pipe pipe;
+    bp::child child(bp::exe = shell, bp::args = {option, fastCommand}, bp::std_out > pipe);
+    while (const int size = pipe.read(buffer, kChunk)) {
+      if (size < 0) std::abort();
+      received += size;
+    }
+    child.wait();
   }
-  state.SetBytesProcessed(state.iterations() * kBytes);
+  finishCapture(state, received);
+}
+BENCHMARK(BM_CaptureBoost)->Unit(benchmark::kMillisecond)->UseRealTime();
+#endif
+
+void BM_CaptureStartProcess(benchmark::State& state) {
+  std::atomic<long> received{0};
+  const auto count = [&](const std::string& text) { received += static_cast<long>(text.size()); };
+  long wakeUps = 0;
+  for (auto _ : state) {
+    const long before = received;
+    {
+      const oxu::StartProcess process("", "", fastCommand, "", count, kChunk, false, true);
+      ::waitpid(process.pid(), nullptr, 0);
+      if (!process.flushOutput(-1) || received - before != kBytes) state.SkipWithError("lost output");
+    }
+    wakeUps += received - before - kBytes;  // the library's own word about the end
+  }
+  finishCapture(state, received - wakeUps);
 }
 BENCHMARK(BM_CaptureStartProcess)->Unit(benchmark::kMillisecond)->UseRealTime();
 

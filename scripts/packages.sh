@@ -36,3 +36,6 @@ install_missing() {
 
 build_packages=(cmake g++ ninja-build)
 test_packages=("${build_packages[@]}" gcc libgtest-dev pkgconf sudo)
+# The benchmarks, with the libraries that they compare with.
+bench_packages=("${build_packages[@]}" git gnuplot-nox libbenchmark-dev python3
+  libboost-dev libcli11-dev libcxxopts-dev libinih-dev libspdlog-dev nlohmann-json3-dev)
