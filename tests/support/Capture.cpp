@@ -1,8 +1,14 @@
-#include "tests/support/Test.h"
+#include "tests/support/Capture.h"
 
+#include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
+#include <filesystem>
+#include <thread>
 
 // A size that cannot be allocated is a null pointer here, as it is without the sanitizer.
 extern "C" const char* __asan_default_options() { return "allocator_may_return_null=1"; }
@@ -84,25 +90,6 @@ int countOf(const std::string& part, const std::string& text) {
 int openDescriptors() {
   const std::filesystem::directory_iterator numbers("/proc/self/fd");
   return static_cast<int>(std::distance(begin(numbers), end(numbers)));
-}
-
-testing::AssertionResult holdsInChild(const std::function<bool()>& body) {
-  std::fflush(stdout);
-  const pid_t pid = ::fork();
-  if (pid == 0) {
-    ::alarm(60);
-    ::_exit(body() ? 0 : 1);
-  }
-  int status = -1;
-  ::waitpid(pid, &status, 0);
-  return testing::AssertionResult(status == 0) << "wait status " << status;
-}
-
-testing::AssertionResult holdsWithPipe(const std::function<bool(int readEnd)>& body) {
-  return holdsInChild([&] {
-    int fds[2];
-    return ::pipe(fds) == 0 && ::dup2(fds[1], STDOUT_FILENO) != -1 && ::close(fds[1]) == 0 && body(fds[0]);
-  });
 }
 
 }  // namespace support

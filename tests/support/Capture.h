@@ -2,7 +2,6 @@
 #ifndef TESTS_SUPPORT_CAPTURE_H
 #define TESTS_SUPPORT_CAPTURE_H
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <functional>
@@ -70,12 +69,6 @@ std::string filled(std::string text, const std::vector<int>& numbers);
 int countOf(const std::string& part, const std::string& text);
 
 int openDescriptors();
-
-// Runs `body` in a forked child with a watchdog: whether it returns true there.
-testing::AssertionResult holdsInChild(const std::function<bool()>& body);
-
-// The same with a pipe for the child's standard output, of which the body gets the read end.
-testing::AssertionResult holdsWithPipe(const std::function<bool(int readEnd)>& body);
 
 }  // namespace support
 

@@ -4,6 +4,7 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
@@ -24,6 +25,7 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <limits>
 #include <locale>
@@ -36,6 +38,21 @@
 #include <type_traits>
 
 #include "tests/support/Capture.h"
+#include "tests/support/Child.h"
 #include "tests/support/Faults.h"
+
+namespace support {
+
+// For bodies that return whether they hold.
+inline bool holdsInChild(const std::function<bool()>& body) {
+  inChild([&body] { EXPECT_TRUE(body()); });
+  return true;
+}
+inline bool holdsWithPipe(const std::function<bool(int readEnd)>& body) {
+  inChildWithPipe([&body](int readEnd) { EXPECT_TRUE(body(readEnd)); });
+  return true;
+}
+
+}  // namespace support
 
 #endif
