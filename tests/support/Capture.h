@@ -31,15 +31,15 @@ class DescriptorCapture {
   int m_fd, m_saved, m_file;
 };
 
-// An installed logger, and its output.
+// An installed logger without colors, and its output.
 class LogCapture : public DescriptorCapture {
  public:
-  LogCapture() : DescriptorCapture(STDOUT_FILENO) { install_log_task(); }
+  LogCapture();
   ~LogCapture() { uninstall_log_task(); }
 
-  // All that was pushed before: tag, blank, message and line feed of each record. What the host itself
+  // All that was printed before: of each record its tag, a blank, its message and a line feed. What the host itself
   // printed stands in front of the record that followed.
-  std::string messages();
+  std::string messages() const;
 };
 
 // A text that one thread appends to and another waits for.
