@@ -1,4 +1,4 @@
-// What the test files share: the standard and system headers, capture and faults with what they include.
+// Headers that some of the test files share.
 #ifndef TESTS_SUPPORT_TEST_H
 #define TESTS_SUPPORT_TEST_H
 
@@ -6,13 +6,8 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
-#include <sys/ioctl.h>
-#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/time.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <atomic>
@@ -21,12 +16,7 @@
 #include <climits>
 #include <cmath>
 #include <csignal>
-#include <cstdio>
-#include <ctime>
-#include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iostream>
 #include <limits>
 #include <locale>
 #include <map>
@@ -43,13 +33,9 @@
 
 namespace support {
 
-// For bodies that return whether they hold.
+// For a body that returns whether it holds.
 inline bool holdsInChild(const std::function<bool()>& body) {
   inChild([&body] { EXPECT_TRUE(body()); });
-  return true;
-}
-inline bool holdsWithPipe(const std::function<bool(int readEnd)>& body) {
-  inChildWithPipe([&body](int readEnd) { EXPECT_TRUE(body(readEnd)); });
   return true;
 }
 
