@@ -1,12 +1,28 @@
 #include "oxu/ProcessMonitor.h"
-#include "tests/support/Test.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <csignal>
+#include <string>
+#include <thread>
+
+#include "tests/support/Capture.h"
+#include "tests/support/Faults.h"
 
 namespace {
 
 using oxu::ProcessInfo;
 using oxu::ProcessMonitor;
 
-constexpr std::chrono::milliseconds kMoreThanOnePass(300);
+void sleepForMoreThanOnePass() {
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+}
 
 // A child that waits for a signal.
 pid_t forkChild() {
@@ -25,37 +41,55 @@ void endChild(pid_t pid) {
 }
 
 bool isReaped(pid_t pid) {
-  return support::eventually([pid] { return ::kill(pid, 0) == -1 && errno == ESRCH; });
+  return support::eventually(
+      [pid] { return ::kill(pid, 0) == -1 && errno == ESRCH; });
 }
 
-// Of a name that is given again, addProcess reaps and reports the new process; updateProcess watches it, and what it
-// reaps and reports stays the old one.
-TEST(ProcessMonitor, ReapsAChildThatEndsAndCallsItsCallbackOnce) {
+// Of a name that is given again, addProcess reaps and reports the new process;
+// updateProcess watches it, and what it reaps and reports stays the old one,
+// whose status is not told.
+TEST(ProcessMonitor, ReapsAChildThatEndsTellsHowAndCallsItsCallbackOnce) {
   support::LogCapture log;
-  std::atomic<int> calls{0}, updated{0}, otherCalls{0};
+  support::SharedText told;
+  const auto infoOf = [&told](const std::string &name, pid_t pid) {
+    const auto quit = [&told, name] {
+      told.append(name + " quit. ");
+      return 41;
+    };
+    ProcessInfo info(pid, quit);
+    info.setExitCallback([&told, name](int status) {
+      told.append(name + " signal " + std::to_string(WTERMSIG(status)) + ". ");
+    });
+    return info;
+  };
   ProcessMonitor monitor;
   const pid_t pid = forkChild(), own = forkChild(), watched = forkChild();
-  monitor.addProcess("worker", ProcessInfo(pid, nullptr));
-  monitor.addProcess("worker", ProcessInfo(pid, [&] { return ++calls + 40; }));
-  monitor.updateProcess("node", ProcessInfo(own, [&] { return ++updated; }));
-  monitor.updateProcess("node", ProcessInfo(watched, [&] { return ++otherCalls; }));
+  monitor.addProcess("worker", infoOf("replaced", pid));
+  monitor.addProcess("worker", infoOf("worker", pid));
+  monitor.updateProcess("node", infoOf("own", own));
+  monitor.updateProcess("node", infoOf("watched", watched));
   ::kill(own, SIGKILL);
-  std::this_thread::sleep_for(kMoreThanOnePass);
-  EXPECT_EQ(calls + updated, 0);
+  sleepForMoreThanOnePass();
+  EXPECT_EQ(told.get(), "");
   ::kill(pid, SIGKILL);
-  EXPECT_TRUE(isReaped(pid) && log.eventuallyContains("result:41"));
+  EXPECT_TRUE(told.eventuallyContains("quit"));
+  EXPECT_TRUE(isReaped(pid));
   endChild(watched);
   EXPECT_TRUE(isReaped(own));
-  std::this_thread::sleep_for(kMoreThanOnePass);
-  EXPECT_TRUE(calls == 1 && updated == 1 && otherCalls == 0);
+  sleepForMoreThanOnePass();
+  EXPECT_EQ(told.get(), "worker signal 9. worker quit. own quit. ");
   EXPECT_EQ(log.messages(),
-            support::filled("ERROR [ProcessMonitor]Process(worker) Pid(#) is not exist, call quit callback\n\n"
-                            "DEBUG [ProcessMonitor]Node Process(worker) Pid(#)  quit callback result:41\n\n"
-                            "ERROR [ProcessMonitor]Node Process(node) Pid(#) is not exist, call quit callback.\n",
+            support::filled("ERROR [ProcessMonitor]Process(worker) Pid(#) is "
+                            "not exist, call quit callback\n\n"
+                            "DEBUG [ProcessMonitor]Node Process(worker) Pid(#) "
+                            " quit callback result:41\n\n"
+                            "ERROR [ProcessMonitor]Node Process(node) Pid(#) "
+                            "is not exist, call quit callback.\n",
                             {pid, pid, own}));
 }
 
-// Entries without a callback, with only one of the two pids, and with a child that is merely stopped.
+// Entries without a callback, with only one of the two pids, and with a child
+// that is merely stopped.
 TEST(ProcessMonitor, TakesProcessesThatNeverWereOrAreStoppedAsGone) {
   support::LogCapture log;
   std::atomic<int> calls{0};
@@ -74,101 +108,85 @@ TEST(ProcessMonitor, TakesProcessesThatNeverWereOrAreStoppedAsGone) {
   monitor.addProcess("only current", onlyCurrent);
   monitor.addProcess("silent", ProcessInfo(silent, nullptr));
   monitor.addProcess("stopped", ProcessInfo(stopped, count));
-  EXPECT_TRUE(isReaped(own) && isReaped(silent));
+  EXPECT_TRUE(isReaped(own));
+  EXPECT_TRUE(isReaped(silent));
   EXPECT_TRUE(support::eventually([&] { return calls == 3; }));
-  EXPECT_TRUE(log.eventuallyContains("Process(silent) Pid(" + std::to_string(silent) + ")  quit callback result:0"));
+  EXPECT_TRUE(log.eventuallyContains("Process(silent) Pid(" +
+                                     std::to_string(silent) +
+                                     ")  quit callback result:0"));
   EXPECT_EQ(log.messages().find("failed"), std::string::npos) << log.messages();
   endChild(stopped);
 }
 
-// The status comes first, and only to the entry of the process that ended.
-TEST(ProcessMonitor, TellsHowAChildHasEndedRightBeforeItsQuitCallback) {
-  support::LogCapture log;
-  support::SharedText told;
-  const auto infoOf = [&told](const std::string& name, int pid) {
-    ProcessInfo info(pid, [&told, name] { return told.append(name + " quit\n"), 0; });
-    info.setExitCallback([&told, name](int status) {
-      const std::string how = WIFEXITED(status) ? "exit " + std::to_string(WEXITSTATUS(status))
-                                                : "signal " + std::to_string(WTERMSIG(status));
-      told.append(name + " " + how + "\n");
-    });
-    return info;
-  };
-  const pid_t exits = ::fork();
-  if (exits == 0) ::_exit(3);
-  const pid_t killed = forkChild(), own = forkChild(), watched = forkChild();
-  ProcessMonitor monitor;
-  monitor.addProcess("exits", infoOf("exits", exits));
-  EXPECT_TRUE(told.eventuallyContains("exits exit 3\nexits quit\n"));
-  monitor.addProcess("killed", infoOf("killed", killed));
-  ::kill(killed, SIGKILL);
-  EXPECT_TRUE(told.eventuallyContains("killed signal 9\nkilled quit\n"));
-  monitor.addProcess("moved", infoOf("moved", own));
-  monitor.updateProcess("moved", ProcessInfo(watched, nullptr));
-  endChild(watched);
-  EXPECT_TRUE(told.eventuallyContains("moved quit\n"));
-  EXPECT_EQ(told.get().find("moved exit"), std::string::npos);
-  EXPECT_EQ(told.get().find("moved signal"), std::string::npos);
-  endChild(own);
-}
-
-// A process is listed for reaping for one pass; a few attempts make sure that the monitor's end meets one.
+// A process is listed for reaping for one pass; a few attempts make sure that
+// the monitor's end meets one.
 TEST(ProcessMonitor, EndsWithEntriesLeftAndNamesThoseItWasToReap) {
   support::LogCapture log;
-  std::atomic<bool> called{false};
+  std::atomic<int> calls{0};
   const pid_t left = forkChild(), own = forkChild();
   const std::string message =
-      support::filled("ERROR [ProcessMonitor]Child Process(pid:#) exist, may be a zombie process.\n", {own});
+      support::filled("ERROR [ProcessMonitor]Child Process(pid:#) exist, may "
+                      "be a zombie process.\n",
+                      {own});
   const auto attempt = [&] {
     {
       ProcessMonitor monitor;
-      monitor.addProcess("left", ProcessInfo(left, [&] { return called = true, 0; }));
+      monitor.addProcess("left", ProcessInfo(left, [&] { return ++calls; }));
       ProcessInfo gone;
       gone.setPid(own);
       monitor.addProcess("gone", gone);
-      std::this_thread::sleep_for(kMoreThanOnePass);
+      sleepForMoreThanOnePass();
     }
     return log.messages().find(message) != std::string::npos;
   };
   EXPECT_TRUE(support::eventually(attempt));
-  EXPECT_FALSE(called);
+  EXPECT_EQ(calls, 0);
   endChild(left);
   endChild(own);
 }
 
-TEST(ProcessMonitor, ReportsFailedChecksAndTakesTheProcessAsRunning) {
+TEST(ProcessMonitor, TakesAProcessThatCannotBeCheckedAsRunning) {
   using namespace faults;
-  const char* const noPermission = "DEBUG No permission to check the status of the process (pid=#).\n";
+  const char *const noPermission =
+      "DEBUG No permission to check the status of the process (pid=#).\n";
   const struct {
-    Call call;
     int error;
-    bool result;
-    const char* message;
+    bool exists;
+    const char *message;
   } rows[] = {
-      {kWait, ECHILD, false, "ERROR [ProcessMonitor]waitpid(#) failed: No child processes\n\n"},
-      {kStat, ENOENT, false, ""},
-      {kStat, EACCES, true, noPermission},
-      {kStat, EPERM, true, noPermission},
-      {kStat, EIO, true,
-       "DEBUG An error occurred while checking the existence status of the process: Input/output error\n"},
+      {ENOENT, false, ""},
+      {EACCES, true, noPermission},
+      {EPERM, true, noPermission},
+      {EIO, true,
+       "DEBUG An error occurred while checking the existence status of the "
+       "process: Input/output error\n"},
   };
   ProcessMonitor monitor;
   const int pid = ::getpid();
-  for (const auto& row : rows) {
+  for (const auto &row : rows) {
     support::LogCapture log;
-    const Fault fault(row.call, row.error, 1);
-    EXPECT_EQ(row.call == kStat ? monitor.isProcessExist(pid) : monitor.waitProcess(pid), row.result);
+    const Fault fault(kStat, row.error, 1);
+    EXPECT_EQ(monitor.isProcessExist(pid), row.exists);
     EXPECT_EQ(log.messages(), support::filled(row.message, {pid}));
   }
   EXPECT_TRUE(monitor.isProcessExist(pid));
-  EXPECT_FALSE(monitor.isProcessExist(INT_MAX) || monitor.isProcessExist(-1));
-
-  const support::LogCapture log;
-  const pid_t child = forkChild();
-  EXPECT_FALSE(monitor.waitProcess(child));
-  ::kill(child, SIGKILL);
-  EXPECT_TRUE(support::eventually([&] { return !monitor.waitProcess(-1) && ::kill(child, 0) == -1; }));
-  EXPECT_TRUE(log.eventuallyContains("[ProcessMonitor]An error occurred while waiting for the process to exit: "));
+  EXPECT_FALSE(monitor.isProcessExist(INT_MAX));
+  EXPECT_FALSE(monitor.isProcessExist(-1));
 }
 
-}  // namespace
+TEST(ProcessMonitor, CollectsTheAskedChildOnlyAndReportsAnyOtherResult) {
+  support::LogCapture log;
+  ProcessMonitor monitor;
+  EXPECT_FALSE(monitor.waitProcess(INT_MAX));
+  const pid_t child = forkChild();
+  EXPECT_FALSE(monitor.waitProcess(child));
+  EXPECT_EQ(log.messages(), "ERROR [ProcessMonitor]waitpid(2147483647) failed: "
+                            "No child processes\n\n");
+  ::kill(child, SIGKILL);
+  EXPECT_TRUE(support::eventually(
+      [&] { return !monitor.waitProcess(-1) && ::kill(child, 0) == -1; }));
+  EXPECT_TRUE(log.eventuallyContains("[ProcessMonitor]An error occurred while "
+                                     "waiting for the process to exit: "));
+}
+
+} // namespace

@@ -1,67 +1,98 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <fstream>
+#include <thread>
+#include <vector>
+
 #include "os/os_sharememory.h"
 #include "os/os_socket_wait.h"
 #include "os/os_thread.h"
-#include "tests/support/Test.h"
+#include "tests/support/Capture.h"
+#include "tests/support/Faults.h"
 
 namespace {
 
-std::atomic<os_thread_handle> shared{0};
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+std::atomic<os_thread_handle> own{0};
 
 TEST(Thread, HandsItsResultToTheJoinAndCannotJoinItself) {
-  const auto joinSelf = [](void* argument) -> void* {
-    while (shared == 0) std::this_thread::yield();
-    return os_thread_join(shared, nullptr) ? nullptr : argument;
+  const auto joinSelf = [](void *argument) {
+    while (own == 0)
+      std::this_thread::yield();
+    EXPECT_FALSE(os_thread_join(own, nullptr));
+    return argument;
   };
   os_thread_handle thread = 0;
   int argument = 0;
   ASSERT_TRUE(os_thread_create(&thread, joinSelf, &argument, 2, 0));
-  shared = thread;
-  void* result = nullptr;
+  own = thread;
+  void *result = nullptr;
   EXPECT_TRUE(os_thread_join(thread, &result));
   EXPECT_EQ(result, &argument);
   EXPECT_FALSE(os_thread_join(0, nullptr));
 
   const faults::Fault fault(faults::kThread, EAGAIN);
   EXPECT_FALSE(os_thread_create(&thread, joinSelf, nullptr, 0, 0));
-  EXPECT_EQ(thread, shared);
+  EXPECT_EQ(thread, own);
 }
 
 std::atomic<int> destroyed{0};
 struct CountsItsEnd {
-  bool used = false;
+  void use() {}
   ~CountsItsEnd() { ++destroyed; }
 };
 thread_local CountsItsEnd local;
 
 TEST(Thread, IsGoneWithItsThreadLocalObjectsWhenJoined) {
+  const auto useLocal = [](void *argument) {
+    local.use();
+    return argument;
+  };
   for (int round = 1; round <= 500; ++round) {
     os_thread_handle threads[4];
-    for (os_thread_handle& thread : threads) {
-      ASSERT_TRUE(os_thread_create(
-          &thread, [](void* p) { return local.used = true, p; }, nullptr, 0, 0));
-    }
-    for (const os_thread_handle thread : threads) EXPECT_TRUE(os_thread_join(thread, nullptr));
+    for (os_thread_handle &thread : threads)
+      ASSERT_TRUE(os_thread_create(&thread, useLocal, nullptr, 0, 0));
+    for (const os_thread_handle thread : threads)
+      EXPECT_TRUE(os_thread_join(thread, nullptr));
     ASSERT_EQ(destroyed, 4 * round);
   }
 }
 
-// A hundred default stacks are 800 MB of address space; the C library itself keeps a few for reuse.
+long addressSpaceBytes() {
+  long pages = 0;
+  std::ifstream("/proc/self/statm") >> pages;
+  return pages * ::getpagesize();
+}
+
+// A hundred default stacks are 800 MB of address space; the C library itself
+// keeps a few for reuse.
 TEST(Thread, KeepsNoStackBetweenItsEndAndItsJoin) {
-  const auto addressSpace = [] {
-    long pages = 0;
-    std::ifstream("/proc/self/statm") >> pages;
-    return pages * ::getpagesize();
+  const auto count = [](void *ended) {
+    ++*static_cast<std::atomic<std::size_t> *>(ended);
+    return ended;
   };
-  const auto count = [](void*) -> void* { return ++shared, nullptr; };
+  std::atomic<std::size_t> ended{0};
   std::vector<os_thread_handle> threads(100);
-  const long before = addressSpace();
-  shared = 0;
+  const long before = addressSpaceBytes();
   for (std::size_t i = 0; i < threads.size(); ++i) {
-    ASSERT_TRUE(os_thread_create(&threads[i], count, nullptr, 0, 0));
-    ASSERT_TRUE(support::eventually([&] { return shared == i + 1; }));
+    ASSERT_TRUE(os_thread_create(&threads[i], count, &ended, 0, 0));
+    ASSERT_TRUE(support::eventually([&] { return ended == i + 1; }));
   }
-  EXPECT_LT(addressSpace() - before, 200L << 20);
-  for (const os_thread_handle thread : threads) EXPECT_TRUE(os_thread_join(thread, nullptr));
+  EXPECT_LT(addressSpaceBytes() - before, 200L << 20);
+  for (const os_thread_handle thread : threads)
+    EXPECT_TRUE(os_thread_join(thread, nullptr));
 }
 
 TEST(Wait, LastsItsTimeWhileSignalsArriveAndNoLongerThanNeeded) {
@@ -72,23 +103,29 @@ TEST(Wait, LastsItsTimeWhileSignalsArriveAndNoLongerThanNeeded) {
   int ends[2], result = 7;
   ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
   ::setitimer(ITIMER_REAL, &every, nullptr);
-  const auto begin = std::chrono::steady_clock::now();
+  auto begin = Clock::now();
   os_thread_sleep_milliseconds(120, 0);
-  const auto slept = std::chrono::steady_clock::now();
-  EXPECT_TRUE(!os_socket_readable(ends[0], 120, &result, 0) && result == 0);
-  EXPECT_GE(std::min(slept - begin, std::chrono::steady_clock::now() - slept), std::chrono::milliseconds(120));
+  EXPECT_GE(Clock::now() - begin, milliseconds(120));
+  begin = Clock::now();
+  EXPECT_FALSE(os_socket_readable(ends[0], 120, &result, 0));
+  EXPECT_GE(Clock::now() - begin, milliseconds(120));
+  EXPECT_EQ(result, 0);
   std::thread peer([&] { EXPECT_EQ(::write(ends[1], "x", 1), 1); });
-  EXPECT_TRUE(os_socket_readable(ends[0], -1, &result, 0) && result == 1);
+  EXPECT_TRUE(os_socket_readable(ends[0], -1, &result, 0));
+  EXPECT_EQ(result, 1);
   peer.join();
   ::setitimer(ITIMER_REAL, &off, nullptr);
-  EXPECT_TRUE(!os_socket_writable(1000000, 5000, &result, 0) && result == -1);
-  for (const int end : ends) ::close(end);
+  EXPECT_FALSE(os_socket_writable(1000000, 5000, &result, 0));
+  EXPECT_EQ(result, -1);
+  for (const int end : ends)
+    ::close(end);
 }
 
 TEST(ShareMemory, TheOwnerTakesTheNameAwayAndAnotherUserLeavesIt) {
   for (const int owner : {0, 1}) {
-    auto* segment = new os_sharememory{nullptr, 4096, {}};
-    std::snprintf(segment->name, sizeof segment->name, "/oxutool-test-%d", ::getpid());
+    auto *segment = new os_sharememory{nullptr, 4096, {}};
+    std::snprintf(segment->name, sizeof segment->name, "/oxutool-test-%d",
+                  ::getpid());
     const int fd = ::shm_open(segment->name, O_CREAT | O_RDWR, 0600);
     segment->address = ::mmap(nullptr, 4096, PROT_READ, MAP_SHARED, fd, 0);
     ::close(fd);
@@ -99,4 +136,4 @@ TEST(ShareMemory, TheOwnerTakesTheNameAwayAndAnotherUserLeavesIt) {
   }
 }
 
-}  // namespace
+} // namespace

@@ -1,8 +1,15 @@
-#include "tests/support/Test.h"
+#include "tests/support/Capture.h"
 
+#include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
+#include <filesystem>
+#include <regex>
+#include <thread>
 
 // A size that cannot be allocated is a null pointer here, as it is without the sanitizer.
 extern "C" const char* __asan_default_options() { return "allocator_may_return_null=1"; }
@@ -47,25 +54,15 @@ bool DescriptorCapture::eventuallyContains(const std::string& part) const {
   return eventually([&] { return text().find(part) != std::string::npos; });
 }
 
-std::string LogCapture::messages() {
-  static const std::string kEndMark = "end of log ", kReset = "\x1b[0m\n";
-  static int calls = 0;
-  const std::string last = kEndMark + std::to_string(++calls);
-  eventually([&] { return push_log(oxu::INFO, "%s", last.c_str()); });
-  eventuallyContains(last + kReset);
-  // A line is COLOUR TAG [STAMP]  MESSAGE RESET.
-  const std::string text = this->text();
-  std::string messages;
-  for (std::size_t begin = 0, end; (end = text.find(kReset, begin)) != std::string::npos; begin = end + kReset.size()) {
-    const std::size_t colour = text.find('\x1b', begin);
-    const std::size_t tag = text.find('m', colour) + 1;
-    const std::size_t stamp = text.find(" [", tag);
-    const std::size_t message = text.find("]  ", stamp) + 3;
-    messages += text.substr(begin, colour - begin);
-    if (text.compare(message, kEndMark.size(), kEndMark) == 0) continue;
-    messages += text.substr(tag, stamp - tag) + " " + text.substr(message, end - message) + "\n";
-  }
-  return messages;
+LogCapture::LogCapture() : DescriptorCapture(STDOUT_FILENO) {
+  install_log_task();
+  set_log_colors(false);
+}
+
+std::string LogCapture::messages() const {
+  flush_log(-1);
+  std::fflush(stdout);
+  return std::regex_replace(text(), std::regex(R"(\[20[^\]]*\]  )"), "");
 }
 
 std::string filled(std::string text, const std::vector<int>& numbers) {
@@ -84,25 +81,6 @@ int countOf(const std::string& part, const std::string& text) {
 int openDescriptors() {
   const std::filesystem::directory_iterator numbers("/proc/self/fd");
   return static_cast<int>(std::distance(begin(numbers), end(numbers)));
-}
-
-testing::AssertionResult holdsInChild(const std::function<bool()>& body) {
-  std::fflush(stdout);
-  const pid_t pid = ::fork();
-  if (pid == 0) {
-    ::alarm(60);
-    ::_exit(body() ? 0 : 1);
-  }
-  int status = -1;
-  ::waitpid(pid, &status, 0);
-  return testing::AssertionResult(status == 0) << "wait status " << status;
-}
-
-testing::AssertionResult holdsWithPipe(const std::function<bool(int readEnd)>& body) {
-  return holdsInChild([&] {
-    int fds[2];
-    return ::pipe(fds) == 0 && ::dup2(fds[1], STDOUT_FILENO) != -1 && ::close(fds[1]) == 0 && body(fds[0]);
-  });
 }
 
 }  // namespace support

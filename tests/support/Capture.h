@@ -2,7 +2,6 @@
 #ifndef TESTS_SUPPORT_CAPTURE_H
 #define TESTS_SUPPORT_CAPTURE_H
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <functional>
@@ -32,15 +31,15 @@ class DescriptorCapture {
   int m_fd, m_saved, m_file;
 };
 
-// An installed logger, and its output.
+// An installed logger without colors, and its output.
 class LogCapture : public DescriptorCapture {
  public:
-  LogCapture() : DescriptorCapture(STDOUT_FILENO) { install_log_task(); }
+  LogCapture();
   ~LogCapture() { uninstall_log_task(); }
 
-  // All that was pushed before: tag, blank, message and line feed of each record. What the host itself
+  // All that was printed before: of each record its tag, a blank, its message and a line feed. What the host itself
   // printed stands in front of the record that followed.
-  std::string messages();
+  std::string messages() const;
 };
 
 // A text that one thread appends to and another waits for.
@@ -70,12 +69,6 @@ std::string filled(std::string text, const std::vector<int>& numbers);
 int countOf(const std::string& part, const std::string& text);
 
 int openDescriptors();
-
-// Runs `body` in a forked child with a watchdog: whether it returns true there.
-testing::AssertionResult holdsInChild(const std::function<bool()>& body);
-
-// The same with a pipe for the child's standard output, of which the body gets the read end.
-testing::AssertionResult holdsWithPipe(const std::function<bool(int readEnd)>& body);
 
 }  // namespace support
 

@@ -68,7 +68,6 @@ WRAP(kExec, 0, -1, int, execve, (const char* file, char* const* argv, char* cons
 WRAP(kSelect, 0, -1, int, select, (int n, fd_set* r, fd_set* w, fd_set* e, timeval* t), (n, r, w, e, t))
 WRAP(kRead, 0, -1, ssize_t, read, (int fd, void* data, size_t size), (fd, data, size))
 WRAP(kWrite, 0, -1, ssize_t, write, (int fd, const void* data, size_t size), (fd, data, size))
-WRAP(kWait, 0, -1, pid_t, waitpid, (pid_t pid, int* status, int flags), (pid, status, flags))
 WRAP(kStat, 0, -1, int, stat, (const char* path, struct stat* status), (path, status))
 WRAP(kSystem, 0, -1, int, system, (const char* line), (line))
 WRAP(kBind, 0, -1, int, bind, (int fd, const sockaddr* address, socklen_t size), (fd, address, size))

@@ -18,7 +18,6 @@ enum Call {
   kSelect,
   kRead,
   kWrite,
-  kWait,
   kStat,
   kSystem,
   kThread,

@@ -1,17 +1,13 @@
-// What the test files share: the standard and system headers, capture and faults with what they include.
+// Headers that some of the test files share.
 #ifndef TESTS_SUPPORT_TEST_H
 #define TESTS_SUPPORT_TEST_H
 
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <netinet/in.h>
-#include <sys/ioctl.h>
-#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/time.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <atomic>
@@ -20,11 +16,7 @@
 #include <climits>
 #include <cmath>
 #include <csignal>
-#include <cstdio>
-#include <ctime>
-#include <filesystem>
-#include <fstream>
-#include <iostream>
+#include <functional>
 #include <limits>
 #include <locale>
 #include <map>
@@ -36,6 +28,17 @@
 #include <type_traits>
 
 #include "tests/support/Capture.h"
+#include "tests/support/Child.h"
 #include "tests/support/Faults.h"
+
+namespace support {
+
+// For a body that returns whether it holds.
+inline bool holdsInChild(const std::function<bool()>& body) {
+  inChild([&body] { EXPECT_TRUE(body()); });
+  return true;
+}
+
+}  // namespace support
 
 #endif
