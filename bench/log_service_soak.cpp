@@ -20,7 +20,8 @@
 namespace {
 
 constexpr int kClientsAtOnce = 8;
-constexpr long kMostBytesKept = 128;  // of a connection
+constexpr int kWarmUpConnections = 200;  // so that bursts have had as many threads at once as they get
+constexpr long kMostBytesKept = 128;     // of a connection
 
 // Of the whole process.
 struct Figures {
@@ -111,7 +112,7 @@ class Clients {
 
 int main(int argc, char** argv) {
   const int connections = argc > 1 ? std::atoi(argv[1]) : 3000;
-  Clients warmUp(kClientsAtOnce), clients(connections);
+  Clients warmUp(kWarmUpConnections), clients(connections);
   // The status lines of each connection are of no use here.
   if (std::freopen("/dev/null", "w", stderr) == nullptr) return 1;
   const int console = ::dup(STDOUT_FILENO);

@@ -4,6 +4,7 @@ import math
 import os
 import platform
 import re
+import shutil
 import subprocess
 import textwrap
 
@@ -15,8 +16,10 @@ WRAP = {"subsequent_indent": "  ", "break_long_words": False, "break_on_hyphens"
 
 
 def output(*command):
-    done = subprocess.run(command, capture_output=True, text=True, check=False)
-    return done.stdout.strip()
+    """Nothing where there is no such command."""
+    if not shutil.which(command[0]):
+        return ""
+    return subprocess.run(command, capture_output=True, text=True, check=False).stdout.strip()
 
 
 def number(value):
@@ -85,27 +88,32 @@ def processor_name():
         " in a virtual machine" * (" hypervisor " in text)
 
 
-def machine(stored):
+def facts(runs):
+    """What the figures depend on, as pairs of a name and a text. To be asked for before the run."""
     memory = os.sysconf("SC_PHYS_PAGES") * os.sysconf("SC_PAGE_SIZE") / (1 << 30)
     versions = output("dpkg-query", "-W", "-f", "${Package} ${Version}\\n", *PACKAGES.split()).splitlines()
     system = re.search(r'^PRETTY_NAME="(.*)"', output("cat", "/etc/os-release"), re.MULTILINE)
-    facts = [
+    return [
         ("Commit", output("git", "describe", "--always", "--dirty")),
         ("Date", datetime.date.today().isoformat()),
         ("Machine", f"{processor_name()}, {memory:.0f} GiB"),
-        ("Load before the run", f"{stored['load']:.2f}"),
+        ("Load before the run", f"{os.getloadavg()[0]:.2f}"),
         ("System", f"{system.group(1) if system else 'unknown'}, Linux {platform.release()}"),
         ("Versions", ", ".join(versions)),
-        ("Runs", f"{stored['runs']}{', a short one: these figures say nothing' * stored['quick']}"),
+        ("Runs", str(runs)),
     ]
-    return "\n".join(["| | |", "|---|---|", *(f"| {name} | {value} |" for name, value in facts)])
+
+
+def facts_table(stored):
+    warning = ["**A quick run, to see that everything works: its figures say nothing.**", ""] if stored["quick"] else []
+    return "\n".join([*warning, "| | |", "|---|---|", *(f"| {name} | {value} |" for name, value in stored["facts"])])
 
 
 def write_page(rows, stored, page):
     with open("bench/page.md.in", encoding="utf-8") as template:
         text = template.read()
     parts = {row.name: f"{table(row, stored['results'])}\n\n{commands(row)}" for row in rows}
-    parts["machine"] = machine(stored)
+    parts["machine"] = facts_table(stored)
     os.makedirs(os.path.dirname(page), exist_ok=True)
     for name, part in parts.items():
         text = text.replace(f"@{name}@", part)
@@ -114,7 +122,7 @@ def write_page(rows, stored, page):
 
 
 def write_bars(rows, results, folder):
-    """A line per bar: its number from the top, how many times the peer's speed, whether that is enough, the label."""
+    """A line per bar: its number from the top, how many times the peer's speed, the label. Returns how many."""
     bars = []
     for case in [case for row in rows for case in row.cases if case.bar]:
         for peer in case.peers:
@@ -128,7 +136,7 @@ def write_bars(rows, results, folder):
 
 
 def write_latencies(row, results, folder):
-    """Per number of producers and logger, in an index each: nines, microseconds."""
+    """A file per logger and number of producers, with lines of nines and microseconds."""
     for case in [case for case in row.cases if "records per second" in case.name]:
         count = case.name.split()[0]
         for name, figure in [("oxu", case.ours), *(("spdlog", peer.figure) for peer in case.peers)]:

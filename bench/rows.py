@@ -226,7 +226,7 @@ def rows(quick):
     def launch():
         def figure(who, mebibytes):
             name = {"oxu": "BM_LaunchStartProcess"}.get(who, f"BM_Launch/{who}")
-            return google(f"{name}/MiB:{mebibytes}/iterations:20/real_time", 1e-3)
+            return google(f"{name}/MiB:{mebibytes}/.*", 1e-3)
         cases = []
         for mebibytes in memory_sizes(quick):
             peers = [Peer("fork + exec", figure("fork", mebibytes)),

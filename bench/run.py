@@ -1,7 +1,6 @@
 """Measures all rows and writes the page. Usage: run.py [--quick | --page] FOLDER; run.sh says what they are."""
 import argparse
 import json
-import os
 import sys
 
 import measure
@@ -13,11 +12,11 @@ STORE = f"{rows.BUILD}/results.json"
 
 
 def measure_all(quick):
-    load = os.getloadavg()[0]
     runs = 1 if quick else RUNS
+    facts = page.facts(runs)
     results, failures = measure.measure(rows.rows(quick), runs)
     with open(STORE, "w", encoding="utf-8") as file:
-        json.dump({"quick": quick, "runs": runs, "load": load, "results": results}, file, indent=1)
+        json.dump({"quick": quick, "facts": facts, "results": results}, file, indent=1)
     return failures
 
 
