@@ -21,10 +21,9 @@ using namespace std::string_literals;
 
 // The text of the table that a file of these bytes gives; a signal interrupts
 // its first read.
-std::string loaded(const std::string &bytes) {
+std::string loaded(const std::string& bytes) {
   const int fd = ::memfd_create("ini", MFD_CLOEXEC);
-  EXPECT_EQ(::write(fd, bytes.data(), bytes.size()),
-            static_cast<ssize_t>(bytes.size()));
+  EXPECT_EQ(::write(fd, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
   IniFile ini;
   const faults::Fault interrupted(faults::kRead, EINTR, 1);
   EXPECT_TRUE(ini.load("/proc/self/fd/" + std::to_string(fd)));
@@ -52,8 +51,7 @@ TEST(IniFile, ReadsWhatItsSyntaxAllowsAndSkipsTheRest) {
       {"[s]\n[a\n[a#b]\nk=1", "[s]\nk=1\n\n"},
       {"[a]b=c\n[[b]]", "[[b]\n\n[a]\n\n"},
   };
-  for (const auto &row : rows)
-    EXPECT_EQ(loaded(row.file), row.table) << row.file;
+  for (const auto& row : rows) EXPECT_EQ(loaded(row.file), row.table) << row.file;
 }
 
 TEST(IniFile, ConvertsWhateverAPresentKeyHolds) {
@@ -78,7 +76,7 @@ TEST(IniFile, ConvertsWhateverAPresentKeyHolds) {
       {"", 0, 0.0, false},
   };
   IniFile ini;
-  for (const auto &row : rows) {
+  for (const auto& row : rows) {
     SCOPED_TRACE(row.value);
     ini["s"]["k"] = row.value;
     errno = 0;
@@ -93,7 +91,7 @@ TEST(IniFile, ConvertsWhateverAPresentKeyHolds) {
 TEST(IniFile, LookupsCreateNothingAndTheIndexOperatorDoes) {
   IniFile ini;
   ini["other"];
-  for (const char *section : {"none", "other"}) {
+  for (const char* section : {"none", "other"}) {
     EXPECT_FALSE(ini.has(section, "k"));
     EXPECT_EQ(ini.getString(section, "k", " d "), " d ");
     EXPECT_EQ(ini.getInt(section, "k", -3), -3);
@@ -113,10 +111,8 @@ TEST(IniFile, LookupsCreateNothingAndTheIndexOperatorDoes) {
 
 TEST(IniFile, ListsItsSectionsByTheirBytes) {
   IniFile ini;
-  for (const char *name : {"b", "\xff", "", "a b", "B"})
-    ini[name];
-  EXPECT_EQ(ini.sections(),
-            (std::vector<std::string>{"", "B", "a b", "b", "\xff"}));
+  for (const char* name : {"b", "\xff", "", "a b", "B"}) ini[name];
+  EXPECT_EQ(ini.sections(), (std::vector<std::string>{"", "B", "a b", "b", "\xff"}));
 }
 
 // The path is a value of the table that is discarded. The width is for what the
@@ -133,9 +129,7 @@ TEST(IniFile, ReplacesTheTableEvenByNothingAndShowsIt) {
   EXPECT_TRUE(ini.load(ini["s"]["k"]));
   ini.show();
   std::cout << "end" << std::flush;
-  EXPECT_EQ(
-      output.text(),
-      "[s]\nk=no/such file\n\nFailed to open file no/such file\n      end");
+  EXPECT_EQ(output.text(), "[s]\nk=no/such file\n\nFailed to open file no/such file\n      end");
 }
 
 // Whether the thread waits in its second read already or is yet to call it, the
@@ -144,18 +138,14 @@ TEST(IniFile, KeepsTheLinesBeforeAReadError) {
   int fds[2], unread = 1;
   IniFile ini;
   ASSERT_EQ(::pipe(fds), 0);
-  std::thread loader([&] {
-    EXPECT_TRUE(ini.load("/proc/self/fd/" + std::to_string(fds[0])));
-  });
+  std::thread loader([&] { EXPECT_TRUE(ini.load("/proc/self/fd/" + std::to_string(fds[0]))); });
   EXPECT_EQ(::write(fds[1], "x=1\ny=2", 7), 7);
-  EXPECT_TRUE(support::eventually(
-      [&] { return ::ioctl(fds[0], FIONREAD, &unread) == 0 && unread == 0; }));
+  EXPECT_TRUE(support::eventually([&] { return ::ioctl(fds[0], FIONREAD, &unread) == 0 && unread == 0; }));
   const faults::Fault fault(faults::kRead, EIO);
   EXPECT_EQ(::write(fds[1], "3", 1), 1);
   loader.join();
   EXPECT_EQ(ini.str(), "[]\nx=1\n\n");
-  for (const int fd : fds)
-    ::close(fd);
+  for (const int fd : fds) ::close(fd);
 }
 
 // The first value is one long line, or is followed by many empty ones, so that
@@ -165,14 +155,10 @@ TEST(IniFile, ReadsLinesOfAnyLengthAcrossTheEndsOfBlocks) {
     for (std::size_t behind = 0; behind < 16; ++behind) {
       const std::size_t size = blocks * oxu::LineReader::kBlockBytes - behind;
       const std::string value(size, 'v'), emptyLines(size, '\n');
-      EXPECT_TRUE(loaded("a=" + value + "\nb=2\nc=3") ==
-                  "[]\na=" + value + "\nb=2\nc=3\n\n")
-          << size;
-      EXPECT_EQ(loaded("a=1" + emptyLines + "b=2\nc=3"),
-                "[]\na=1\nb=2\nc=3\n\n")
-          << size;
+      EXPECT_TRUE(loaded("a=" + value + "\nb=2\nc=3") == "[]\na=" + value + "\nb=2\nc=3\n\n") << size;
+      EXPECT_EQ(loaded("a=1" + emptyLines + "b=2\nc=3"), "[]\na=1\nb=2\nc=3\n\n") << size;
     }
   }
 }
 
-} // namespace
+}  // namespace

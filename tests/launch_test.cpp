@@ -36,10 +36,9 @@ int waitStatusOf(int pid) {
 
 TEST(StartProcess, DeliversWhatTheCommandWritesUnchangedAndInOrder) {
   std::string more;
-  for (int i = 1; i <= 200000; ++i)
-    more += std::to_string(i) + "\n";
+  for (int i = 1; i <= 200000; ++i) more += std::to_string(i) + "\n";
   const struct {
-    const char *command;
+    const char* command;
     unsigned long bufferSize;
     std::string output;
     bool blockingOutput = false;
@@ -47,7 +46,7 @@ TEST(StartProcess, DeliversWhatTheCommandWritesUnchangedAndInOrder) {
       {"printf 'no line end'", 4096, "no line end"},
       {"echo out; echo err >&2", 1, "out\nerr\n"},
       {"printf 'a\\0b\\nc'", 4096, std::string("a\0b\nc", 5)},
-      {"seq 200000", 100, more, true}, // far more than the pipe holds
+      {"seq 200000", 100, more, true},  // far more than the pipe holds
       {"echo $SU_PASSWD$ $__SU_PASSWD__", 4096, "secret secret\n"},
       {"pwd; echo \"$OXU_VALUE\"", 4096, "/\nof the host\n"},
       {"read -r _ _ _ _ group _ < /proc/$$/stat; [ $group = $$ ] && echo "
@@ -55,9 +54,8 @@ TEST(StartProcess, DeliversWhatTheCommandWritesUnchangedAndInOrder) {
        4096, "leader\n"},
   };
   ::setenv("OXU_VALUE", "\"of the host\"", 1);
-  for (const auto &row : rows) {
-    Launched child(row.command, row.bufferSize, "OXU_VALUE", "/",
-                   row.blockingOutput);
+  for (const auto& row : rows) {
+    Launched child(row.command, row.bufferSize, "OXU_VALUE", "/", row.blockingOutput);
     EXPECT_TRUE(child.process.isRunning());
     EXPECT_EQ(child.exitStatus(), 0);
     EXPECT_TRUE(child.process.flushOutput(-1));
@@ -67,9 +65,8 @@ TEST(StartProcess, DeliversWhatTheCommandWritesUnchangedAndInOrder) {
 
 TEST(StartProcess, EndWakesTheReaderAndLeavesTheChildToFailOnItsNextWrite) {
   support::SharedText output;
-  const auto collect = [&](const std::string &chunk) { output.append(chunk); };
-  auto process = std::make_unique<StartProcess>(
-      "", "", "echo ready; sleep 0.3; echo more", "", collect, 4096, false);
+  const auto collect = [&](const std::string& chunk) { output.append(chunk); };
+  auto process = std::make_unique<StartProcess>("", "", "echo ready; sleep 0.3; echo more", "", collect, 4096, false);
   const int pid = process->pid();
   EXPECT_TRUE(output.eventuallyContains("ready\n"));
   process.reset();
@@ -83,11 +80,10 @@ TEST(StartProcess, EndWakesTheReaderAndLeavesTheChildToFailOnItsNextWrite) {
 // and not in the capture.
 TEST(StartProcess, AnnouncesWhatItRunsWhereStdoutLetsLinesOutAtOnce) {
   const std::string value(1500, 'v');
-  const std::string announcements =
-      "export OXU_A=" + value + ";\ncd /;\necho done\n";
+  const std::string announcements = "export OXU_A=" + value + ";\ncd /;\necho done\n";
   constexpr int kNotSet = -1;
   const struct {
-    const char *what;
+    const char* what;
     int mode;
     std::string announcements, ofTheHost;
   } rows[] = {
@@ -97,15 +93,13 @@ TEST(StartProcess, AnnouncesWhatItRunsWhereStdoutLetsLinesOutAtOnce) {
       {"unbuffered", _IONBF, announcements, "half a line"},
   };
   ::setenv("OXU_A", value.c_str(), 1);
-  for (const auto &row : rows) {
+  for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
     const support::DescriptorCapture terminal(STDOUT_FILENO);
     support::inChild([&] {
       stdout = ::fdopen(STDOUT_FILENO, "w");
-      if (row.mode != kNotSet)
-        std::setvbuf(stdout, nullptr, row.mode, BUFSIZ);
-      if (row.mode != kNotSet)
-        std::printf("half a line");
+      if (row.mode != kNotSet) std::setvbuf(stdout, nullptr, row.mode, BUFSIZ);
+      if (row.mode != kNotSet) std::printf("half a line");
       Launched child("echo done", 4096, "OXU_A", "/");
       EXPECT_EQ(child.exitStatus(), 0);
       EXPECT_TRUE(child.process.flushOutput(-1));
@@ -117,8 +111,7 @@ TEST(StartProcess, AnnouncesWhatItRunsWhereStdoutLetsLinesOutAtOnce) {
 }
 
 TEST(StartProcess, GivesNoCommandADescriptorOfAnotherObject) {
-  Launched first("readlink /proc/$$/fd/1"),
-      second("readlink /proc/$$/fd/*; echo end");
+  Launched first("readlink /proc/$$/fd/1"), second("readlink /proc/$$/fd/*; echo end");
   ASSERT_TRUE(first.eventuallyContains("]\n"));
   ASSERT_TRUE(second.eventuallyContains("end\n"));
   EXPECT_EQ(second.get().find(first.get()), std::string::npos);
@@ -132,8 +125,7 @@ void expectCapture() {
 }
 
 TEST(StartProcess, WorksWhateverTheHostsDescriptorsAre) {
-  for (const std::vector<int> &closed :
-       {std::vector<int>{0}, {1}, {0, 1}, {1, 2}, {0, 1, 2}}) {
+  for (const std::vector<int>& closed : {std::vector<int>{0}, {1}, {0, 1}, {1, 2}, {0, 1, 2}}) {
     SCOPED_TRACE("closed: " + testing::PrintToString(closed));
     support::inChild([&closed] {
       std::for_each(closed.begin(), closed.end(), ::close);
@@ -145,8 +137,7 @@ TEST(StartProcess, WorksWhateverTheHostsDescriptorsAre) {
     std::printf("text that waits for a reader who has gone");
     const rlimit limit{4096, 4096};
     ::setrlimit(RLIMIT_NOFILE, &limit);
-    while (::dup(STDERR_FILENO) < 2000)
-      continue;
+    while (::dup(STDERR_FILENO) < 2000) continue;
     expectCapture();
     // A sanitizer flushes stdout when the process ends.
     ::dup2(::open("/dev/null", O_WRONLY), STDOUT_FILENO);
@@ -174,10 +165,8 @@ TEST(StartProcess, StartsTheShellWithNoSignalBlockedAndSigpipeAtItsDefault) {
     sigset_t all, mask;
     sigfillset(&all);
     ::pthread_sigmask(SIG_SETMASK, &all, nullptr);
-    for (const int signal : {SIGPIPE, SIGHUP})
-      std::signal(signal, SIG_IGN);
-    Launched child(
-        "kill -HUP $$; grep SigBlk /proc/self/status; kill -PIPE $$");
+    for (const int signal : {SIGPIPE, SIGHUP}) std::signal(signal, SIG_IGN);
+    Launched child("kill -HUP $$; grep SigBlk /proc/self/status; kill -PIPE $$");
     EXPECT_EQ(child.endingSignal(), SIGPIPE);
     EXPECT_TRUE(child.process.flushOutput(-1));
     EXPECT_EQ(child.get(), "SigBlk:\t0000000000000000\n");
@@ -197,7 +186,7 @@ TEST(StartProcess, LaunchesCapturesAndKillsWhileTheConsoleStandsStill) {
     EXPECT_TRUE(child.eventuallyContains("captured\n"));
     ::kill(-child.process.pid(), SIGKILL);
     EXPECT_EQ(child.endingSignal(), SIGKILL);
-    ::close(readEnd); // the console goes on
+    ::close(readEnd);  // the console goes on
   });
 }
 
@@ -218,15 +207,16 @@ TEST(StartProcess, LaunchesFromAThreadThatIsBeingCancelled) {
 TEST(StartProcess, LaunchesWhileTheTerminalStopsAndContinuesTheHost) {
   support::inChild([] {
     ::setpgid(0, 0);
-    std::signal(SIGTSTP, [](int) {});
+    struct sigaction handle {};
+    handle.sa_handler = [](int) {};
+    handle.sa_flags = SA_RESTART;
+    ::sigaction(SIGTSTP, &handle, nullptr);
     const pid_t terminal = ::fork();
     if (terminal == 0) {
       std::signal(SIGTSTP, SIG_IGN);
-      for (::alarm(20);; ::usleep(100))
-        ::kill(0, SIGTSTP);
+      for (::alarm(20);; ::usleep(100)) ::kill(0, SIGTSTP);
     }
-    for (int i = 0; i < 300; ++i)
-      EXPECT_EQ(Launched("exit 0").exitStatus(), 0);
+    for (int i = 0; i < 300; ++i) EXPECT_EQ(Launched("exit 0").exitStatus(), 0);
     ::kill(terminal, SIGKILL);
     waitStatusOf(terminal);
   });
@@ -241,12 +231,10 @@ TEST(BlockingOutput, NeverHoldsTheHostUpAndEndsTheCommandBySigpipe) {
     support::inChild([bufferSize] {
       std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
       std::atomic<bool> mayGoOn{false};
-      const auto wait = [&](const std::string &) {
-        while (!mayGoOn)
-          ::usleep(1000);
+      const auto wait = [&](const std::string&) {
+        while (!mayGoOn) ::usleep(1000);
       };
-      auto process = std::make_unique<StartProcess>("", "", "yes", "", wait,
-                                                    bufferSize, false, true);
+      auto process = std::make_unique<StartProcess>("", "", "yes", "", wait, bufferSize, false, true);
       const int first = process->pid();
       ::usleep(100000);
       const int second = process->addProcess("", "", "yes", "", false);
@@ -254,10 +242,8 @@ TEST(BlockingOutput, NeverHoldsTheHostUpAndEndsTheCommandBySigpipe) {
       mayGoOn = true;
       const auto begin = std::chrono::steady_clock::now();
       process.reset();
-      EXPECT_LT(std::chrono::steady_clock::now() - begin,
-                std::chrono::seconds(10));
-      for (const int pid : {first, second})
-        EXPECT_EQ(WTERMSIG(waitStatusOf(pid)), SIGPIPE);
+      EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
+      for (const int pid : {first, second}) EXPECT_EQ(WTERMSIG(waitStatusOf(pid)), SIGPIPE);
     });
   }
 }
@@ -270,9 +256,8 @@ TEST(FlushOutput, IsTrueOnceTheCallbackIsDoneWithAllThatWasWritten) {
   ::waitpid(pid, nullptr, 0);
   std::atomic<bool> mayGoOn{false};
   support::SharedText output;
-  const auto collect = [&](const std::string &chunk) {
-    while (!mayGoOn)
-      ::usleep(1000);
+  const auto collect = [&](const std::string& chunk) {
+    while (!mayGoOn) ::usleep(1000);
     output.append(chunk);
   };
   const StartProcess process("", "", "printf abcdefgh", "", collect, 3, false);
@@ -292,12 +277,12 @@ TEST(FlushOutput, IsTrueOnceTheCallbackIsDoneWithAllThatWasWritten) {
 TEST(FlushOutput, IsFalseWhereTheCaptureHasEndedEarly) {
   const struct {
     unsigned long bufferSize;
-    const char *message;
+    const char* message;
   } rows[] = {
       {0, "ERROR Pipe closed\n"},
       {~0UL >> 1, "ERROR Read pipe error: Cannot allocate memory\n"},
   };
-  for (const auto &row : rows) {
+  for (const auto& row : rows) {
     support::LogCapture log;
     Launched child("echo unread", row.bufferSize);
     EXPECT_EQ(child.exitStatus(), 0);
@@ -309,9 +294,8 @@ TEST(FlushOutput, IsFalseWhereTheCaptureHasEndedEarly) {
 // What comes meanwhile is not waited for.
 TEST(FlushOutput, EndsWhileOtherCommandsGoOnWriting) {
   std::atomic<bool> isHeard{false};
-  const auto listen = [&isHeard](const std::string &chunk) {
-    if (chunk.find('#') != std::string::npos)
-      isHeard = true;
+  const auto listen = [&isHeard](const std::string& chunk) {
+    if (chunk.find('#') != std::string::npos) isHeard = true;
   };
   StartProcess process("", "", "yes", "", listen, 4096, false, true);
   const int writer = process.pid();
@@ -325,4 +309,4 @@ TEST(FlushOutput, EndsWhileOtherCommandsGoOnWriting) {
   waitStatusOf(writer);
 }
 
-} // namespace
+}  // namespace

@@ -39,26 +39,22 @@ TEST(RingBuffer, HoldsOneRecordLessThanThePowerOfTwoInTheRequest) {
   const struct {
     std::uint64_t requested;
     std::int64_t capacity;
-  } rows[] = {{0, 128},  {1, 128},   {2, 2},      {3, 2},
-              {127, 64}, {200, 128}, {1024, 1024}};
-  for (const auto &row : rows) {
+  } rows[] = {{0, 128}, {1, 128}, {2, 2}, {3, 2}, {127, 64}, {200, 128}, {1024, 1024}};
+  for (const auto& row : rows) {
     SCOPED_TRACE(row.requested);
     Ring ring(row.requested);
     LogItem item;
     EXPECT_FALSE(ring.pop(item));
-    for (std::int64_t i = 1; i < row.capacity; ++i)
-      ASSERT_TRUE(ring.push(itemWith(i)));
+    for (std::int64_t i = 1; i < row.capacity; ++i) ASSERT_TRUE(ring.push(itemWith(i)));
     for (std::int64_t i = 1; i < 3 * row.capacity; ++i) {
       EXPECT_FALSE(ring.push(itemWith(-1)));
       ASSERT_TRUE(ring.pop(item));
       EXPECT_EQ(item.seconds, i);
       ASSERT_TRUE(ring.push(itemWith(row.capacity - 1 + i)));
     }
-    EXPECT_EQ(ring.header()->count,
-              static_cast<std::uint64_t>(row.capacity - 1));
+    EXPECT_EQ(ring.header()->count, static_cast<std::uint64_t>(row.capacity - 1));
   }
-  EXPECT_FALSE(Ring(std::uint64_t{1} << 52).push(itemWith(0)))
-      << "there is no such memory";
+  EXPECT_FALSE(Ring(std::uint64_t{1} << 52).push(itemWith(0))) << "there is no such memory";
 }
 
 // No more producers push at a time than the ring has room for: one that is
@@ -69,34 +65,26 @@ TEST(RingBuffer, NeverRefusesARecordWithRoomInTheRing) {
   Ring ring(8);
   std::atomic<int> room{7}, refused{0};
   std::vector<std::thread> producers;
-  const auto fillOf = [](const LogItem &item) {
-    return static_cast<char>((item.seconds + item.milliseconds) % 251);
-  };
+  const auto fillOf = [](const LogItem& item) { return static_cast<char>((item.seconds + item.milliseconds) % 251); };
   for (int producer = 0; producer < 8; ++producer) {
     producers.emplace_back([&, producer] {
-      for (LogItem item = itemWith(0); item.seconds < kRecords;
-           ++item.seconds) {
-        for (; room.fetch_sub(1) <= 0; std::this_thread::yield())
-          ++room;
+      for (LogItem item = itemWith(0); item.seconds < kRecords; ++item.seconds) {
+        for (; room.fetch_sub(1) <= 0; std::this_thread::yield()) ++room;
         item.milliseconds = producer;
         std::memset(item.text, fillOf(item), sizeof item.text);
-        while (!ring.push(item))
-          ++refused;
+        while (!ring.push(item)) ++refused;
       }
     });
   }
   std::int64_t next[8] = {};
   LogItem item;
   for (std::int64_t taken = 0; taken < 8 * kRecords; ++taken) {
-    while (!ring.pop(item))
-      std::this_thread::yield();
+    while (!ring.pop(item)) std::this_thread::yield();
     ++room;
     ASSERT_EQ(item.seconds, next[item.milliseconds]++);
-    ASSERT_EQ(std::string(item.text, sizeof item.text),
-              std::string(sizeof item.text, fillOf(item)));
+    ASSERT_EQ(std::string(item.text, sizeof item.text), std::string(sizeof item.text, fillOf(item)));
   }
-  for (std::thread &producer : producers)
-    producer.join();
+  for (std::thread& producer : producers) producer.join();
   EXPECT_EQ(refused, 0);
   EXPECT_EQ(ring.header()->count, 0U);
 }
@@ -108,24 +96,19 @@ TEST(Logger, PrintsTagLocalTimeAndTextOfEachLevelAndColorsThemAtFirst) {
     std::int64_t seconds, milliseconds;
     const char *text, *line;
   } rows[] = {
-      {0, 1706688309, 42, "a",
-       "\x1b[34mTEST [2024-01-31 13:50:09.042]  a\x1b[0m\n"},
-      {1, 1706688309, 5, "",
-       "\x1b[32mDEBUG [2024-01-31 13:50:09.005]  \x1b[0m\n"},
-      {2, 0, 999, "two\nlines",
-       "\x1b[0mINFO [1970-01-01 05:45:00.999]  two\nlines\x1b[0m\n"},
-      {3, -30641762700, 0, "%s",
-       "\x1b[33mWARNING [0999-01-01 05:00:00.000]  %s\x1b[0m\n"},
-      {4, 1706688310, 0, "e",
-       "\x1b[31mERROR [2024-01-31 13:50:10.000]  e\x1b[0m\n"},
+      {0, 1706688309, 42, "a", "\x1b[34mTEST [2024-01-31 13:50:09.042]  a\x1b[0m\n"},
+      {1, 1706688309, 5, "", "\x1b[32mDEBUG [2024-01-31 13:50:09.005]  \x1b[0m\n"},
+      {2, 0, 999, "two\nlines", "\x1b[0mINFO [1970-01-01 05:45:00.999]  two\nlines\x1b[0m\n"},
+      {3, -30641762700, 0, "%s", "\x1b[33mWARNING [0999-01-01 05:00:00.000]  %s\x1b[0m\n"},
+      {4, 1706688310, 0, "e", "\x1b[31mERROR [2024-01-31 13:50:10.000]  e\x1b[0m\n"},
       {7, 1706688310, 1, "seven", " [2024-01-31 13:50:10.001]  seven\x1b[0m\n"},
       {-1, INT64_MIN, 0, "late", " [1900-01-00 00:00:00.000]  late\x1b[0m\n"},
   };
   const support::DescriptorCapture output(STDOUT_FILENO);
-  set_log_colors(false); // without a logger it does nothing
+  set_log_colors(false);  // without a logger it does nothing
   install_log_task();
   std::string expected;
-  for (const auto &row : rows) {
+  for (const auto& row : rows) {
     LogItem item = itemWith(row.seconds);
     item.level = static_cast<oxu::LogLevel>(row.level);
     item.milliseconds = row.milliseconds;
@@ -152,13 +135,11 @@ TEST(Logger, StampsARecordWithTheTimeOfItsPushAndLeavesColorsOutOnRequest) {
   EXPECT_TRUE(flush_log(-1));
   uninstall_log_task();
   std::tm stamp{};
-  ASSERT_NE(::strptime(output.text().c_str(), " [%Y-%m-%d %H:%M:%S", &stamp),
-            nullptr);
+  ASSERT_NE(::strptime(output.text().c_str(), " [%Y-%m-%d %H:%M:%S", &stamp), nullptr);
   EXPECT_GE(::timegm(&stamp), before);
   EXPECT_LE(::timegm(&stamp), std::time(nullptr));
-  EXPECT_EQ(
-      std::regex_replace(output.text(), std::regex(R"(\[20[^\]]*\])"), "[]"),
-      " []  of no level\nINFO []  plain\n\x1b[0mINFO []  colored\x1b[0m\n");
+  EXPECT_EQ(std::regex_replace(output.text(), std::regex(R"(\[20[^\]]*\])"), "[]"),
+            " []  of no level\nINFO []  plain\n\x1b[0mINFO []  colored\x1b[0m\n");
 }
 
 TEST(Logger, PrintsBehindWhatTheHostHasPrinted) {
@@ -168,8 +149,8 @@ TEST(Logger, PrintsBehindWhatTheHostHasPrinted) {
   EXPECT_EQ(log.messages(), "the host's own line\nINFO a record\n");
 }
 
-ssize_t appendTo(void *text, const char *data, std::size_t size) {
-  static_cast<support::SharedText *>(text)->append(std::string(data, size));
+ssize_t appendTo(void* text, const char* data, std::size_t size) {
+  static_cast<support::SharedText*>(text)->append(std::string(data, size));
   return static_cast<ssize_t>(size);
 }
 
@@ -187,11 +168,9 @@ TEST(Logger, PrintsIntoAStreamOfTheHostsThatHasNoDescriptor) {
 // So many lines of a console that is slow: the logger finds it full.
 std::string readLines(int fd, int count) {
   std::string text;
-  for (char buffer[1500]; support::countOf("\n", text) < count;
-       ::usleep(1000)) {
+  for (char buffer[1500]; support::countOf("\n", text) < count; ::usleep(1000)) {
     const ssize_t size = ::read(fd, buffer, sizeof buffer);
-    if (size > 0)
-      text.append(buffer, static_cast<std::size_t>(size));
+    if (size > 0) text.append(buffer, static_cast<std::size_t>(size));
   }
   return text;
 }
@@ -218,21 +197,17 @@ TEST(Logger, PrintsEachRecordOnceWholeAndInOrderWhateverHappensToTheConsole) {
     for (int producer = 0; producer < kProducers; ++producer) {
       producers.emplace_back([&line, producer] {
         for (int i = 0; i < kRecords; ++i) {
-          push_log_wait(-1, oxu::INFO, "%s",
-                        support::filled(line, {producer, i}).c_str());
-          if (i == kRecords / 2)
-            ::fcntl(STDOUT_FILENO, F_SETFL, O_NONBLOCK);
+          push_log_wait(-1, oxu::INFO, "%s", support::filled(line, {producer, i}).c_str());
+          if (i == kRecords / 2) ::fcntl(STDOUT_FILENO, F_SETFL, O_NONBLOCK);
         }
       });
     }
     const std::string printed = readLines(readEnd, kProducers * kRecords);
-    for (std::thread &producer : producers)
-      producer.join();
+    for (std::thread& producer : producers) producer.join();
     for (int producer = 0; producer < kProducers; ++producer) {
       std::size_t at = 0;
       for (int i = 0; i < kRecords; ++i) {
-        at = printed.find(
-            "]  " + support::filled(line, {producer, i}) + "\x1b[0m\n", at);
+        at = printed.find("]  " + support::filled(line, {producer, i}) + "\x1b[0m\n", at);
         ASSERT_NE(at, std::string::npos) << i << " of " << producer;
       }
     }
@@ -248,13 +223,12 @@ TEST(PushLog, RefusesMessagesThatDoNotFitWhole) {
   }
   const wchar_t invalid[] = {static_cast<wchar_t>(0x7fffffff), 0};
   EXPECT_FALSE(push_log(3, "%ls", invalid));
-  EXPECT_EQ(log.messages(),
-            "WARNING \nWARNING " + std::string(1022, 'x') + "\n");
+  EXPECT_EQ(log.messages(), "WARNING \nWARNING " + std::string(1022, 'x') + "\n");
 }
 
 TEST(PushLog, ExistsOnlyBetweenInstallAndUninstallAndIsNotFilteredByLevel) {
   const support::DescriptorCapture output(STDOUT_FILENO);
-  for (const char *text : {"first", "second"}) {
+  for (const char* text : {"first", "second"}) {
     EXPECT_FALSE(push_log(oxu::ERROR, "not installed"));
     set_log_level(4);
     EXPECT_EQ(get_log_level(), 2);
@@ -276,8 +250,7 @@ TEST(PushLog, RefusesTheRecordAfter127ThatWaitAndDiscardsThoseAtTheEnd) {
   const faults::Fault noThread(faults::kThread, EAGAIN);
   const support::DescriptorCapture output(STDOUT_FILENO);
   install_log_task();
-  for (int i = 0; i < 127; ++i)
-    EXPECT_TRUE(push_log(2, "waiting"));
+  for (int i = 0; i < 127; ++i) EXPECT_TRUE(push_log(2, "waiting"));
   EXPECT_FALSE(push_log(2, "one too many"));
   uninstall_log_task();
   EXPECT_EQ(output.text(), "");
@@ -288,8 +261,7 @@ TEST(PushLog, RefusesTheRecordAfter127ThatWaitAndDiscardsThoseAtTheEnd) {
 void installStalledLogger() {
   support::fillStandardOutput();
   install_log_task();
-  for (int i = 0; i < 128; ++i)
-    ASSERT_TRUE(push_log_wait(10000, oxu::INFO, "record %d", i));
+  for (int i = 0; i < 128; ++i) ASSERT_TRUE(push_log_wait(10000, oxu::INFO, "record %d", i));
 }
 
 TEST(PushLogWait, WaitsForRoomAsLongAsItMayAndCountsWhatIsRefused) {
@@ -304,16 +276,12 @@ TEST(PushLogWait, WaitsForRoomAsLongAsItMayAndCountsWhatIsRefused) {
     EXPECT_GE(std::chrono::steady_clock::now() - begin, milliseconds(50));
     EXPECT_EQ(get_refused_log_count(), 3U);
     EXPECT_FALSE(push_log_wait(-1, 2, "%s", std::string(1023, 'x').c_str()));
-    EXPECT_EQ(get_refused_log_count(), 3U)
-        << "a message that is too long is not counted";
+    EXPECT_EQ(get_refused_log_count(), 3U) << "a message that is too long is not counted";
 
     std::vector<std::thread> waiters;
-    for (int i = 0; i < 4; ++i)
-      waiters.emplace_back(
-          [] { EXPECT_TRUE(push_log_wait(-1, 2, "at last")); });
+    for (int i = 0; i < 4; ++i) waiters.emplace_back([] { EXPECT_TRUE(push_log_wait(-1, 2, "at last")); });
     EXPECT_EQ(support::countOf("at last", readLines(readEnd, 128 + 4)), 4);
-    for (std::thread &waiter : waiters)
-      waiter.join();
+    for (std::thread& waiter : waiters) waiter.join();
   });
 }
 
@@ -325,8 +293,7 @@ TEST(FlushLog, ReturnsOnceWhatWasAcceptedIsPrinted) {
   for (int i = 0; i < 200; ++i) {
     EXPECT_TRUE(push_log(oxu::INFO, "record %d.", i));
     EXPECT_TRUE(flush_log(-1));
-    EXPECT_NE(output.text().find(support::filled("record #.", {i})),
-              std::string::npos);
+    EXPECT_NE(output.text().find(support::filled("record #.", {i})), std::string::npos);
   }
   uninstall_log_task();
 }
@@ -343,4 +310,4 @@ TEST(FlushLog, WaitsForAConsoleThatStandsStillAndCountsAFailedWriteAsPrinted) {
   });
 }
 
-} // namespace
+}  // namespace

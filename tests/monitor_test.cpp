@@ -20,9 +20,7 @@ namespace {
 using oxu::ProcessInfo;
 using oxu::ProcessMonitor;
 
-void sleepForMoreThanOnePass() {
-  std::this_thread::sleep_for(std::chrono::milliseconds(300));
-}
+void sleepForMoreThanOnePass() { std::this_thread::sleep_for(std::chrono::milliseconds(300)); }
 
 // A child that waits for a signal.
 pid_t forkChild() {
@@ -41,8 +39,7 @@ void endChild(pid_t pid) {
 }
 
 bool isReaped(pid_t pid) {
-  return support::eventually(
-      [pid] { return ::kill(pid, 0) == -1 && errno == ESRCH; });
+  return support::eventually([pid] { return ::kill(pid, 0) == -1 && errno == ESRCH; });
 }
 
 // Of a name that is given again, addProcess reaps and reports the new process;
@@ -51,15 +48,14 @@ bool isReaped(pid_t pid) {
 TEST(ProcessMonitor, ReapsAChildThatEndsTellsHowAndCallsItsCallbackOnce) {
   support::LogCapture log;
   support::SharedText told;
-  const auto infoOf = [&told](const std::string &name, pid_t pid) {
+  const auto infoOf = [&told](const std::string& name, pid_t pid) {
     const auto quit = [&told, name] {
       told.append(name + " quit. ");
       return 41;
     };
     ProcessInfo info(pid, quit);
-    info.setExitCallback([&told, name](int status) {
-      told.append(name + " signal " + std::to_string(WTERMSIG(status)) + ". ");
-    });
+    info.setExitCallback(
+        [&told, name](int status) { told.append(name + " signal " + std::to_string(WTERMSIG(status)) + ". "); });
     return info;
   };
   ProcessMonitor monitor;
@@ -78,14 +74,13 @@ TEST(ProcessMonitor, ReapsAChildThatEndsTellsHowAndCallsItsCallbackOnce) {
   EXPECT_TRUE(isReaped(own));
   sleepForMoreThanOnePass();
   EXPECT_EQ(told.get(), "worker signal 9. worker quit. own quit. ");
-  EXPECT_EQ(log.messages(),
-            support::filled("ERROR [ProcessMonitor]Process(worker) Pid(#) is "
-                            "not exist, call quit callback\n\n"
-                            "DEBUG [ProcessMonitor]Node Process(worker) Pid(#) "
-                            " quit callback result:41\n\n"
-                            "ERROR [ProcessMonitor]Node Process(node) Pid(#) "
-                            "is not exist, call quit callback.\n",
-                            {pid, pid, own}));
+  EXPECT_EQ(log.messages(), support::filled("ERROR [ProcessMonitor]Process(worker) Pid(#) is "
+                                            "not exist, call quit callback\n\n"
+                                            "DEBUG [ProcessMonitor]Node Process(worker) Pid(#) "
+                                            " quit callback result:41\n\n"
+                                            "ERROR [ProcessMonitor]Node Process(node) Pid(#) "
+                                            "is not exist, call quit callback.\n",
+                                            {pid, pid, own}));
 }
 
 // Entries without a callback, with only one of the two pids, and with a child
@@ -111,9 +106,7 @@ TEST(ProcessMonitor, TakesProcessesThatNeverWereOrAreStoppedAsGone) {
   EXPECT_TRUE(isReaped(own));
   EXPECT_TRUE(isReaped(silent));
   EXPECT_TRUE(support::eventually([&] { return calls == 3; }));
-  EXPECT_TRUE(log.eventuallyContains("Process(silent) Pid(" +
-                                     std::to_string(silent) +
-                                     ")  quit callback result:0"));
+  EXPECT_TRUE(log.eventuallyContains("Process(silent) Pid(" + std::to_string(silent) + ")  quit callback result:0"));
   EXPECT_EQ(log.messages().find("failed"), std::string::npos) << log.messages();
   endChild(stopped);
 }
@@ -124,10 +117,10 @@ TEST(ProcessMonitor, EndsWithEntriesLeftAndNamesThoseItWasToReap) {
   support::LogCapture log;
   std::atomic<int> calls{0};
   const pid_t left = forkChild(), own = forkChild();
-  const std::string message =
-      support::filled("ERROR [ProcessMonitor]Child Process(pid:#) exist, may "
-                      "be a zombie process.\n",
-                      {own});
+  const std::string message = support::filled(
+      "ERROR [ProcessMonitor]Child Process(pid:#) exist, may "
+      "be a zombie process.\n",
+      {own});
   const auto attempt = [&] {
     {
       ProcessMonitor monitor;
@@ -147,12 +140,11 @@ TEST(ProcessMonitor, EndsWithEntriesLeftAndNamesThoseItWasToReap) {
 
 TEST(ProcessMonitor, TakesAProcessThatCannotBeCheckedAsRunning) {
   using namespace faults;
-  const char *const noPermission =
-      "DEBUG No permission to check the status of the process (pid=#).\n";
+  const char* const noPermission = "DEBUG No permission to check the status of the process (pid=#).\n";
   const struct {
     int error;
     bool exists;
-    const char *message;
+    const char* message;
   } rows[] = {
       {ENOENT, false, ""},
       {EACCES, true, noPermission},
@@ -163,7 +155,7 @@ TEST(ProcessMonitor, TakesAProcessThatCannotBeCheckedAsRunning) {
   };
   ProcessMonitor monitor;
   const int pid = ::getpid();
-  for (const auto &row : rows) {
+  for (const auto& row : rows) {
     support::LogCapture log;
     const Fault fault(kStat, row.error, 1);
     EXPECT_EQ(monitor.isProcessExist(pid), row.exists);
@@ -180,13 +172,14 @@ TEST(ProcessMonitor, CollectsTheAskedChildOnlyAndReportsAnyOtherResult) {
   EXPECT_FALSE(monitor.waitProcess(INT_MAX));
   const pid_t child = forkChild();
   EXPECT_FALSE(monitor.waitProcess(child));
-  EXPECT_EQ(log.messages(), "ERROR [ProcessMonitor]waitpid(2147483647) failed: "
-                            "No child processes\n\n");
+  EXPECT_EQ(log.messages(),
+            "ERROR [ProcessMonitor]waitpid(2147483647) failed: "
+            "No child processes\n\n");
   ::kill(child, SIGKILL);
-  EXPECT_TRUE(support::eventually(
-      [&] { return !monitor.waitProcess(-1) && ::kill(child, 0) == -1; }));
-  EXPECT_TRUE(log.eventuallyContains("[ProcessMonitor]An error occurred while "
-                                     "waiting for the process to exit: "));
+  EXPECT_TRUE(support::eventually([&] { return !monitor.waitProcess(-1) && ::kill(child, 0) == -1; }));
+  EXPECT_TRUE(
+      log.eventuallyContains("[ProcessMonitor]An error occurred while "
+                             "waiting for the process to exit: "));
 }
 
-} // namespace
+}  // namespace

@@ -24,21 +24,20 @@ using Answers = std::map<std::string, std::string>;
 
 // Parses the words behind a first one that would be refused if it were looked
 // at.
-void parse(Option &option, Words words) {
+void parse(Option& option, Words words) {
   words.insert(words.begin(), "--program");
-  std::vector<char *> argv;
-  for (std::string &word : words)
-    argv.push_back(word.data());
+  std::vector<char*> argv;
+  for (std::string& word : words) argv.push_back(word.data());
   option.parse(static_cast<int>(argv.size()), argv.data());
 }
 
 // What the call returns, or the text of what it throws.
-std::string outcomeOf(const std::function<std::string()> &call) {
+std::string outcomeOf(const std::function<std::string()>& call) {
   try {
     return call();
-  } catch (const std::out_of_range &error) {
+  } catch (const std::out_of_range& error) {
     return std::string("out of range: ") + error.what();
-  } catch (const std::exception &error) {
+  } catch (const std::exception& error) {
     return error.what();
   }
 }
@@ -56,17 +55,11 @@ TEST(Option, ParseRecordsWhatStandsBeforeTheFirstErrorAndNamesIt) {
       {{"--port", "-5", "--p", "--"}, {{"port", "-5"}, {"p", "--"}}, ""},
       {{"-p", "5", "6", "-p", "7"}, {{"p", "7"}}, "", {"6"}},
       {{"-o=5", "--opt=-"}, {{"o", "=5"}, {"opt", "-"}}, ""},
-      {{"-vq", "w", "--flag"},
-       {{"v", "true"}, {"q", "true"}, {"flag", "true"}},
-       "",
-       {"w"}},
+      {{"-vq", "w", "--flag"}, {{"v", "true"}, {"q", "true"}, {"flag", "true"}}, "", {"w"}},
       {{"-vpxuo\xc3-"}, {{"v", "true"}, {"\xc3", "true"}}, ""},
       {{"--port=1", "--port", "", "-p", "2", "-p", ""}, {}, ""},
       {{"-o5", "-o", "--opt=5", "--opt", "7"}, {}, "", {"7"}},
-      {{"--port=80", "-v", "a", "-", "-q"},
-       {{"port", "80"}, {"v", "true"}},
-       "Option - is not defined.",
-       {"a"}},
+      {{"--port=80", "-v", "a", "-", "-q"}, {{"port", "80"}, {"v", "true"}}, "Option - is not defined.", {"a"}},
       {{"--"}, {}, "Option -- is not defined."},
       {{"-hv"}, {}, "Option -h is not defined."},
       {{"-\xa9"}, {}, "Option -\xa9 is not defined."},
@@ -74,35 +67,25 @@ TEST(Option, ParseRecordsWhatStandsBeforeTheFirstErrorAndNamesIt) {
       {{"--undef=1"}, {}, "Option --undef is not defined."},
       {{"--a=b", "c"}, {}, "Option --a is not defined."},
       {{"--flag="}, {}, "Option --flag does not accept a value."},
-      {{"--port=1", "--port="},
-       {{"port", "1"}},
-       "Option --port requires a value."},
+      {{"--port=1", "--port="}, {{"port", "1"}}, "Option --port requires a value."},
       {{"--opt="}, {}, "Option --opt requires a value."},
       {{"--port"}, {}, "Option --port requires a value."},
       {{"-p"}, {}, "Option -p requires a value."},
       {{"-p5", "6"}, {}, "Option -p requires a value."},
       {{"-p", "1", "-p", "-5"}, {{"p", "1"}}, "Option -p requires a value."},
       {{"-"}, {}, "", {}, Option::NoValue},
-      {{"--", "--="},
-       {{"", "true"}},
-       "Option -- does not accept a value.",
-       {},
-       Option::NoValue},
+      {{"--", "--="}, {{"", "true"}}, "Option -- does not accept a value.", {}, Option::NoValue},
       {{"-", "2"}, {{"", "2"}}, "", {}, Option::RequiredValue},
       {{"--=1", "-", "2"}, {}, "", {"2"}, Option::OptionalValue},
   };
-  for (const auto &row : rows) {
+  for (const auto& row : rows) {
     SCOPED_TRACE(testing::PrintToString(row.words));
     Option option;
     option.addOption("", row.emptyName, "");
-    for (const char *name : {"v", "q", "flag", "\xc3"})
-      option.addOption(name, Option::NoValue, "");
-    for (const char *name : {"p", "port", "a=b"})
-      option.addOption(name, Option::RequiredValue, "");
-    for (const char *name : {"o", "opt"})
-      option.addOption(name, Option::OptionalValue, "");
-    for (const char *name : {"u", "undef"})
-      option.addOption(name, Option::Undefined, "");
+    for (const char* name : {"v", "q", "flag", "\xc3"}) option.addOption(name, Option::NoValue, "");
+    for (const char* name : {"p", "port", "a=b"}) option.addOption(name, Option::RequiredValue, "");
+    for (const char* name : {"o", "opt"}) option.addOption(name, Option::OptionalValue, "");
+    for (const char* name : {"u", "undef"}) option.addOption(name, Option::Undefined, "");
     const auto parseWords = [&] {
       parse(option, row.words);
       return "";
@@ -110,11 +93,9 @@ TEST(Option, ParseRecordsWhatStandsBeforeTheFirstErrorAndNamesIt) {
     EXPECT_EQ(outcomeOf(parseWords), row.error);
     EXPECT_EQ(option.arguments(), row.arguments);
     Answers answers;
-    for (const char *name : {"", "v", "q", "flag", "\xc3", "p", "port", "a=b",
-                             "o", "opt", "u", "undef"}) {
+    for (const char* name : {"", "v", "q", "flag", "\xc3", "p", "port", "a=b", "o", "opt", "u", "undef"}) {
       std::string value;
-      if (option.getOptionValue(name, value))
-        answers[name] = value;
+      if (option.getOptionValue(name, value)) answers[name] = value;
     }
     EXPECT_EQ(answers, row.answers);
   }
@@ -125,9 +106,8 @@ TEST(Option, ParsesItsOwnArgumentsAgainAndKeepsThoseOfTheLatestParse) {
   const std::string file(100, 'f');
   Option option;
   parse(option, {"command", file});
-  std::vector<char *> argv;
-  for (const std::string &argument : option.arguments())
-    argv.push_back(const_cast<char *>(argument.data()));
+  std::vector<char*> argv;
+  for (const std::string& argument : option.arguments()) argv.push_back(const_cast<char*>(argument.data()));
   option.parse(static_cast<int>(argv.size()), argv.data());
   EXPECT_EQ(option.arguments(), Words{file});
   EXPECT_THROW(parse(option, {"a", "", "b"}), std::out_of_range);
@@ -152,16 +132,14 @@ TEST(Option, GettersConvertAValueAndChangeErrnoOnlyWhereAConversionDoes) {
       {"0x1p4", "0", "16.000000", false},
       {"1e999", "1", "out of range: stod", false, ERANGE},
   };
-  for (const auto &row : rows) {
+  for (const auto& row : rows) {
     SCOPED_TRACE(row.value);
     Option option;
     option.addOption("n", Option::RequiredValue, "");
     parse(option, {"--n", row.value});
     errno = 0;
-    EXPECT_EQ(outcomeOf([&] { return std::to_string(option.getInt("n")); }),
-              row.asInt);
-    EXPECT_EQ(outcomeOf([&] { return std::to_string(option.getDouble("n")); }),
-              row.asDouble);
+    EXPECT_EQ(outcomeOf([&] { return std::to_string(option.getInt("n")); }), row.asInt);
+    EXPECT_EQ(outcomeOf([&] { return std::to_string(option.getDouble("n")); }), row.asDouble);
     EXPECT_EQ(option.getBool("n"), row.asBool);
     EXPECT_EQ(errno, row.error);
   }
@@ -184,8 +162,9 @@ TEST(Option, KeepsTheFirstRegistrationOfANameAndReportsWhatIsNotFound) {
   EXPECT_EQ(option.getDouble("port"), 0.0);
   EXPECT_FALSE(option.getBool(""));
   std::fflush(stdout);
-  EXPECT_EQ(output.text(), "Option none not found\nOption port not "
-                           "found\nOption port not found\nOption  not found\n");
+  EXPECT_EQ(output.text(),
+            "Option none not found\nOption port not "
+            "found\nOption port not found\nOption  not found\n");
 }
 
 TEST(Option, ListsItsOptionsByTheBytesOfTheirNames) {
@@ -195,7 +174,7 @@ TEST(Option, ListsItsOptionsByTheBytesOfTheirNames) {
   option.addOption("p", Option::OptionalValue, "");
   option.addOption("Z", Option::NoValue, "flag");
   std::ostringstream usage;
-  std::streambuf *const console = std::cout.rdbuf(usage.rdbuf());
+  std::streambuf* const console = std::cout.rdbuf(usage.rdbuf());
   option.printUsage();
   std::cout.rdbuf(console);
   EXPECT_EQ(usage.str(),
@@ -219,4 +198,4 @@ TEST(Option, SurvivesAStandardOutputWhoseReaderHasGone) {
   });
 }
 
-} // namespace
+}  // namespace

@@ -28,9 +28,8 @@ using std::chrono::milliseconds;
 std::atomic<os_thread_handle> own{0};
 
 TEST(Thread, HandsItsResultToTheJoinAndCannotJoinItself) {
-  const auto joinSelf = [](void *argument) {
-    while (own == 0)
-      std::this_thread::yield();
+  const auto joinSelf = [](void* argument) {
+    while (own == 0) std::this_thread::yield();
     EXPECT_FALSE(os_thread_join(own, nullptr));
     return argument;
   };
@@ -38,7 +37,7 @@ TEST(Thread, HandsItsResultToTheJoinAndCannotJoinItself) {
   int argument = 0;
   ASSERT_TRUE(os_thread_create(&thread, joinSelf, &argument, 2, 0));
   own = thread;
-  void *result = nullptr;
+  void* result = nullptr;
   EXPECT_TRUE(os_thread_join(thread, &result));
   EXPECT_EQ(result, &argument);
   EXPECT_FALSE(os_thread_join(0, nullptr));
@@ -56,16 +55,14 @@ struct CountsItsEnd {
 thread_local CountsItsEnd local;
 
 TEST(Thread, IsGoneWithItsThreadLocalObjectsWhenJoined) {
-  const auto useLocal = [](void *argument) {
+  const auto useLocal = [](void* argument) {
     local.use();
     return argument;
   };
   for (int round = 1; round <= 500; ++round) {
     os_thread_handle threads[4];
-    for (os_thread_handle &thread : threads)
-      ASSERT_TRUE(os_thread_create(&thread, useLocal, nullptr, 0, 0));
-    for (const os_thread_handle thread : threads)
-      EXPECT_TRUE(os_thread_join(thread, nullptr));
+    for (os_thread_handle& thread : threads) ASSERT_TRUE(os_thread_create(&thread, useLocal, nullptr, 0, 0));
+    for (const os_thread_handle thread : threads) EXPECT_TRUE(os_thread_join(thread, nullptr));
     ASSERT_EQ(destroyed, 4 * round);
   }
 }
@@ -79,8 +76,8 @@ long addressSpaceBytes() {
 // A hundred default stacks are 800 MB of address space; the C library itself
 // keeps a few for reuse.
 TEST(Thread, KeepsNoStackBetweenItsEndAndItsJoin) {
-  const auto count = [](void *ended) {
-    ++*static_cast<std::atomic<std::size_t> *>(ended);
+  const auto count = [](void* ended) {
+    ++*static_cast<std::atomic<std::size_t>*>(ended);
     return ended;
   };
   std::atomic<std::size_t> ended{0};
@@ -91,8 +88,7 @@ TEST(Thread, KeepsNoStackBetweenItsEndAndItsJoin) {
     ASSERT_TRUE(support::eventually([&] { return ended == i + 1; }));
   }
   EXPECT_LT(addressSpaceBytes() - before, 200L << 20);
-  for (const os_thread_handle thread : threads)
-    EXPECT_TRUE(os_thread_join(thread, nullptr));
+  for (const os_thread_handle thread : threads) EXPECT_TRUE(os_thread_join(thread, nullptr));
 }
 
 TEST(Wait, LastsItsTimeWhileSignalsArriveAndNoLongerThanNeeded) {
@@ -117,15 +113,13 @@ TEST(Wait, LastsItsTimeWhileSignalsArriveAndNoLongerThanNeeded) {
   ::setitimer(ITIMER_REAL, &off, nullptr);
   EXPECT_FALSE(os_socket_writable(1000000, 5000, &result, 0));
   EXPECT_EQ(result, -1);
-  for (const int end : ends)
-    ::close(end);
+  for (const int end : ends) ::close(end);
 }
 
 TEST(ShareMemory, TheOwnerTakesTheNameAwayAndAnotherUserLeavesIt) {
   for (const int owner : {0, 1}) {
-    auto *segment = new os_sharememory{nullptr, 4096, {}};
-    std::snprintf(segment->name, sizeof segment->name, "/oxutool-test-%d",
-                  ::getpid());
+    auto* segment = new os_sharememory{nullptr, 4096, {}};
+    std::snprintf(segment->name, sizeof segment->name, "/oxutool-test-%d", ::getpid());
     const int fd = ::shm_open(segment->name, O_CREAT | O_RDWR, 0600);
     segment->address = ::mmap(nullptr, 4096, PROT_READ, MAP_SHARED, fd, 0);
     ::close(fd);
@@ -136,4 +130,4 @@ TEST(ShareMemory, TheOwnerTakesTheNameAwayAndAnotherUserLeavesIt) {
   }
 }
 
-} // namespace
+}  // namespace

@@ -39,16 +39,11 @@ TEST(LaunchLine, ExportsChangesDirectoryAndRunsTheCommand) {
     const char *workDir, *envNames, *command, *shellLine;
   } rows[] = {
       {"/opt/x", "OXU_NONE,", "", "export OXU_NONE=;cd /opt/x;"},
-      {"", " OXU_A \r,,\tOXU_B\n", "ls",
-       "export OXU_A=one;export =;export OXU_B=t w'o;x;ls"},
-      {"", "", "$SU_PASSWD$ b$SU_PASSWD$SU_PASSWD$",
-       "\"$__SU_PASSWD__\" b\"$__SU_PASSWD__\"SU_PASSWD$"},
+      {"", " OXU_A \r,,\tOXU_B\n", "ls", "export OXU_A=one;export =;export OXU_B=t w'o;x;ls"},
+      {"", "", "$SU_PASSWD$ b$SU_PASSWD$SU_PASSWD$", "\"$__SU_PASSWD__\" b\"$__SU_PASSWD__\"SU_PASSWD$"},
   };
-  for (const auto &row : rows) {
-    EXPECT_EQ(
-        oxu::makeLaunchLine(row.workDir, row.envNames, row.command, "", false)
-            .shellLine,
-        row.shellLine);
+  for (const auto& row : rows) {
+    EXPECT_EQ(oxu::makeLaunchLine(row.workDir, row.envNames, row.command, "", false).shellLine, row.shellLine);
   }
 }
 
@@ -65,41 +60,33 @@ TEST(StartProcess, ReportsEachFailureAndGoesOnWhereItCan) {
   using namespace faults;
   constexpr int kNotLaunched = -1;
   const struct {
-    const char *what;
+    const char* what;
     Call call;
     int argument, error, times;
-    const char *printed; // on the host's standard error, and then on its
-                         // standard output and in its log
-    const char *output;
+    const char* printed;  // on the host's standard error, and then on its
+                          // standard output and in its log
+    const char* output;
     int exitStatus = 0;
   } rows[] = {
-      {"pipe", kPipe, kAnyArgument, EMFILE, 1,
-       "pipe failed: Too many open files\nprepatePipe failed\n", "",
+      {"pipe", kPipe, kAnyArgument, EMFILE, 1, "pipe failed: Too many open files\nprepatePipe failed\n", "",
        kNotLaunched},
-      {"F_GETFL", kFcntl, F_GETFL, EINVAL, 1,
-       "ERROR fcntl F_GETFL error: Invalid argument\n", "ran\n"},
+      {"F_GETFL", kFcntl, F_GETFL, EINVAL, 1, "ERROR fcntl F_GETFL error: Invalid argument\n", "ran\n"},
       {"F_SETFL", kFcntl, F_SETFL, EBADF, kEveryTime,
        "fcntl set nonblock: Bad file descriptor\nERROR fcntl F_SETFL error: "
        "Bad file descriptor\n",
        "ran\n"},
       {"F_SETFD", kFcntl, F_SETFD, EINVAL, kEveryTime, "", "ran\n"},
-      {"dup2 to 1", kDup2, STDOUT_FILENO, EBUSY, kEveryTime,
-       "dup2 failed: Device or resource busy\n", "", 1},
-      {"dup2 to 2", kDup2, STDERR_FILENO, EBUSY, kEveryTime,
-       "dup2 failed: Device or resource busy\n", "", 1},
+      {"dup2 to 1", kDup2, STDOUT_FILENO, EBUSY, kEveryTime, "dup2 failed: Device or resource busy\n", "", 1},
+      {"dup2 to 2", kDup2, STDERR_FILENO, EBUSY, kEveryTime, "dup2 failed: Device or resource busy\n", "", 1},
       {"setpgid", kPgid, kAnyArgument, EPERM, kEveryTime, "", "ran\n"},
-      {"execve", kExec, kAnyArgument, ENOENT, 1, "",
-       "execvp failed: No such file or directory\n", 1},
-      {"select", kSelect, kAnyArgument, ENOMEM, 1,
-       "ERROR Select error: Cannot allocate memory\n", ""},
+      {"execve", kExec, kAnyArgument, ENOENT, 1, "", "execvp failed: No such file or directory\n", 1},
+      {"select", kSelect, kAnyArgument, ENOMEM, 1, "ERROR Select error: Cannot allocate memory\n", ""},
       {"select, by a signal", kSelect, kAnyArgument, EINTR, 3, "", "ran\n"},
-      {"read", kRead, kAnyArgument, EIO, 1,
-       "ERROR Read pipe error: Input/output error\n", ""},
+      {"read", kRead, kAnyArgument, EIO, 1, "ERROR Read pipe error: Input/output error\n", ""},
       {"read, without data", kRead, kAnyArgument, EAGAIN, 3, "", "ran\n"},
-      {"wake-up", kWrite, kAnyArgument, EAGAIN, 1, "ERROR write pipe error\n",
-       "ran\n"},
+      {"wake-up", kWrite, kAnyArgument, EAGAIN, 1, "ERROR write pipe error\n", "ran\n"},
   };
-  for (const auto &row : rows) {
+  for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
     const support::DescriptorCapture standardError(STDERR_FILENO);
     support::LogCapture log;
@@ -122,10 +109,9 @@ TEST(StartProcess, AnnouncesThatItsGroupCouldNotBeMade) {
     const faults::Fault fault(faults::kPgid, EPERM);
     Launched child("echo done");
     EXPECT_TRUE(child.eventuallyContains("\ndone\n"));
-    EXPECT_EQ(child.get(),
-              support::filled("Child process(#) setpgid failed: Operation not "
-                              "permitted\necho done\ndone\n",
-                              {child.process.pid()}));
+    EXPECT_EQ(child.get(), support::filled("Child process(#) setpgid failed: Operation not "
+                                           "permitted\necho done\ndone\n",
+                                           {child.process.pid()}));
   });
 }
 
@@ -145,12 +131,10 @@ TEST(StartProcess, EndsAtOnceThoughItsFullPipeBlocks) {
   const support::DescriptorCapture standardError(STDERR_FILENO);
   const faults::Fault fault(faults::kFcntl, EBADF, faults::kEveryTime, F_SETFL);
   std::atomic<bool> mayGoOn{false};
-  const auto wait = [&mayGoOn](const std::string &) {
-    while (!mayGoOn)
-      ::usleep(1000);
+  const auto wait = [&mayGoOn](const std::string&) {
+    while (!mayGoOn) ::usleep(1000);
   };
-  auto process =
-      std::make_unique<StartProcess>("", "", "yes", "", wait, 4096, false);
+  auto process = std::make_unique<StartProcess>("", "", "yes", "", wait, 4096, false);
   const int pid = process->pid();
   ::usleep(100000);
   mayGoOn = true;
@@ -168,8 +152,7 @@ TEST(StartProcess, ReaderNeverReadsAnotherFileAfterAFailedFork) {
   support::LogCapture log;
   std::atomic<bool> stop{false};
   std::thread opener([&stop] {
-    for (int fds[2]; !stop && ::pipe2(fds, O_CLOEXEC) == 0;
-         std::this_thread::yield()) {
+    for (int fds[2]; !stop && ::pipe2(fds, O_CLOEXEC) == 0; std::this_thread::yield()) {
       EXPECT_EQ(::write(fds[1], "foreign", 7), 7);
       ::close(fds[0]);
       ::close(fds[1]);
@@ -178,23 +161,18 @@ TEST(StartProcess, ReaderNeverReadsAnotherFileAfterAFailedFork) {
   for (int i = 0; i < 300; ++i) {
     const support::DescriptorCapture standardError(STDERR_FILENO);
     const faults::Fault fault(faults::kFork, EAGAIN);
-    const auto refuse = [](const std::string &chunk) {
-      ADD_FAILURE() << chunk;
-    };
+    const auto refuse = [](const std::string& chunk) { ADD_FAILURE() << chunk; };
     const StartProcess process("", "", "true", "", refuse, 64, false);
-    if (i % 2 == 0)
-      ::usleep(1000);
+    if (i % 2 == 0) ::usleep(1000);
     EXPECT_FALSE(process.isRunning());
     EXPECT_EQ(process.pid(), -1);
-    EXPECT_EQ(standardError.text(),
-              "fork failed: Resource temporarily unavailable\n");
+    EXPECT_EQ(standardError.text(), "fork failed: Resource temporarily unavailable\n");
   }
   stop = true;
   opener.join();
   const std::string messages = log.messages();
   const std::string closed = "ERROR Select error: Bad file descriptor\n";
-  EXPECT_EQ(support::countOf(closed, messages) * closed.size(), messages.size())
-      << messages;
+  EXPECT_EQ(support::countOf(closed, messages) * closed.size(), messages.size()) << messages;
 }
 
 // The fake stands for sudo where the tests run as an ordinary user: it runs
@@ -204,27 +182,20 @@ TEST(Kill, EndsWholeGroupsAndSkipsProcessesThatAreGone) {
   const std::string sudo = std::string(::mkdtemp(directory)) + "/sudo";
   std::ofstream(sudo) << "#!/bin/sh\nshift\nexec \"$@\"\n";
   ::chmod(sudo.c_str(), 0700);
-  ::setenv("PATH", (directory + std::string(":") + ::getenv("PATH")).c_str(),
-           1);
+  ::setenv("PATH", (directory + std::string(":") + ::getenv("PATH")).c_str(), 1);
   support::LogCapture log;
-  Launched first("sleep 1000"), gone("true"),
-      second("sleep 1000 & echo $!. ; wait"), third("sleep 1000");
+  Launched first("sleep 1000"), gone("true"), second("sleep 1000 & echo $!. ; wait"), third("sleep 1000");
   EXPECT_TRUE(second.eventuallyContains(".\n"));
   const int grandchild = std::atoi(second.get().c_str());
   EXPECT_EQ(gone.exitStatus(), 0);
-  EXPECT_TRUE(StartProcess::kill(
-      {first.process.pid(), gone.process.pid(), second.process.pid()}));
+  EXPECT_TRUE(StartProcess::kill({first.process.pid(), gone.process.pid(), second.process.pid()}));
   EXPECT_TRUE(StartProcess::kill(third.process.pid()));
-  for (Launched *child : {&first, &second, &third})
-    EXPECT_EQ(child->endingSignal(), SIGKILL);
-  EXPECT_TRUE(support::eventually(
-      [&] { return ::getpgid(grandchild) != second.process.pid(); }));
-  EXPECT_EQ(log.messages(),
-            support::filled("ERROR Failed to get pgid for pid: #.\n\nINFO All "
-                            "process groups killed.\n"
-                            "INFO Process group #(pgid: #)killed.\n",
-                            {gone.process.pid(), third.process.pid(),
-                             third.process.pid()}));
+  for (Launched* child : {&first, &second, &third}) EXPECT_EQ(child->endingSignal(), SIGKILL);
+  EXPECT_TRUE(support::eventually([&] { return ::getpgid(grandchild) != second.process.pid(); }));
+  EXPECT_EQ(log.messages(), support::filled("ERROR Failed to get pgid for pid: #.\n\nINFO All "
+                                            "process groups killed.\n"
+                                            "INFO Process group #(pgid: #)killed.\n",
+                                            {gone.process.pid(), third.process.pid(), third.process.pid()}));
   std::filesystem::remove_all(directory);
 }
 
@@ -238,18 +209,15 @@ TEST(Kill, ReportsWhatItCannotKill) {
   const faults::Fault fault(faults::kSystem, ENOMEM);
   EXPECT_FALSE(StartProcess::kill(self));
   EXPECT_FALSE(StartProcess::kill({self, self}));
-  EXPECT_EQ(
-      log.messages(),
-      support::filled(
-          "ERROR Invalid process id: -1.\n\n"
-          "ERROR Failed to get pgid for pid: 2147483647.\n\n"
-          "ERROR Invalid process id list.\n\n"
-          "ERROR Failed to get pgid for pid: 2147483647.\n\n"
-          "INFO All process groups killed.\n"
-          "ERROR Failed to kill process group #(pgid: #): Cannot allocate "
-          "memory.\n\n"
-          "ERROR Failed to kill process groups: Cannot allocate memory.\n\n",
-          {self, ::getpgrp()}));
+  EXPECT_EQ(log.messages(), support::filled("ERROR Invalid process id: -1.\n\n"
+                                            "ERROR Failed to get pgid for pid: 2147483647.\n\n"
+                                            "ERROR Invalid process id list.\n\n"
+                                            "ERROR Failed to get pgid for pid: 2147483647.\n\n"
+                                            "INFO All process groups killed.\n"
+                                            "ERROR Failed to kill process group #(pgid: #): Cannot allocate "
+                                            "memory.\n\n"
+                                            "ERROR Failed to kill process groups: Cannot allocate memory.\n\n",
+                                            {self, ::getpgrp()}));
 }
 
-} // namespace
+}  // namespace

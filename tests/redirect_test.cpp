@@ -26,17 +26,14 @@ const std::string kLine = "Redirecting stdout/stderr to pipes:#\n";
 // A redirector that is open, and what it has delivered.
 struct Host : oxu::OutputRedirector, support::SharedText {
   Host() {
-    m_output_callback = [this](const std::string &chunk) {
+    m_output_callback = [this](const std::string& chunk) {
       chunkSizes.push_back(chunk.size());
       append(chunk);
     };
     m_forwarding = true;
     open();
   }
-  void forward() {
-    EXPECT_EQ(sendOutToNetwork(static_cast<oxu::OutputRedirector *>(this)),
-              nullptr);
-  }
+  void forward() { EXPECT_EQ(sendOutToNetwork(static_cast<oxu::OutputRedirector*>(this)), nullptr); }
 
   std::vector<std::size_t> chunkSizes;
 };
@@ -45,7 +42,7 @@ struct Host : oxu::OutputRedirector, support::SharedText {
 // output when it has printed: so the loop meets the end of the pipe.
 TEST(OutputRedirector, DeliversWhatIsPrintedInOrderAndInChunks) {
   const struct {
-    const char *what;
+    const char* what;
     std::size_t printed;
     std::vector<std::size_t> chunks;
     int unread = 0;
@@ -57,37 +54,19 @@ TEST(OutputRedirector, DeliversWhatIsPrintedInOrderAndInChunks) {
       {"one byte more", 1025, {1024, 1}},
       {"forwarding is over", 2000, {}, 976, false},
       {"no callback", 2000, {}, 0, true, false},
-      {"reads that a signal interrupts",
-       2000,
-       {1024, 976},
-       0,
-       true,
-       true,
-       kRead,
-       EINTR,
-       3},
+      {"reads that a signal interrupts", 2000, {1024, 976}, 0, true, true, kRead, EINTR, 3},
       {"a read that fails", 2000, {}, 2000, true, true, kRead, EIO, 1},
-      {"an output that stays blocking",
-       2000,
-       {1024, 976},
-       0,
-       true,
-       true,
-       kFcntl,
-       EINVAL,
-       kEveryTime},
+      {"an output that stays blocking", 2000, {1024, 976}, 0, true, true, kFcntl, EINVAL, kEveryTime},
   };
-  for (const auto &row : rows) {
+  for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
     support::inChild([&row] {
       std::setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
       const Fault fault(row.call, row.error, row.times);
       Host host;
       host.m_forwarding = row.forwarding;
-      if (!row.hasCallback)
-        host.m_output_callback = nullptr;
-      const std::string text =
-          support::filled(kLine, {host.readFd()}) + "print, error, write";
+      if (!row.hasCallback) host.m_output_callback = nullptr;
+      const std::string text = support::filled(kLine, {host.readFd()}) + "print, error, write";
       const std::string rest(row.printed - text.size(), '.');
       std::printf("print, ");
       std::fflush(stdout);
@@ -111,17 +90,14 @@ TEST(OutputRedirector, LeavesTheHostsOutputAsItWasWhenItFails) {
     std::string terminal;
   } rows[] = {
       {kPipe, kAnyArgument, -1, "pipe error: Input/output error\nout\n"},
-      {kFcntl, F_DUPFD_CLOEXEC, STDIN_FILENO,
-       "pipe error: Input/output error\nout\n"},
-      {kDup2, STDOUT_FILENO, -1,
-       kLine + "Failed to redirect stdout/stderr\nout\n"},
+      {kFcntl, F_DUPFD_CLOEXEC, STDIN_FILENO, "pipe error: Input/output error\nout\n"},
+      {kDup2, STDOUT_FILENO, -1, kLine + "Failed to redirect stdout/stderr\nout\n"},
       {kDup2, STDERR_FILENO, -1, kLine + "out\n"},
       {kDup2, STDERR_FILENO, STDOUT_FILENO, ""},
   };
-  for (const auto &row : rows) {
+  for (const auto& row : rows) {
     SCOPED_TRACE(row.terminal);
-    const support::DescriptorCapture output(STDOUT_FILENO),
-        error(STDERR_FILENO);
+    const support::DescriptorCapture output(STDOUT_FILENO), error(STDERR_FILENO);
     const int next = ::dup(STDERR_FILENO);
     ::close(next);
     support::inChild([&row] {
@@ -136,16 +112,13 @@ TEST(OutputRedirector, LeavesTheHostsOutputAsItWasWhenItFails) {
       const bool isPrinted = std::puts("out") >= 0 && std::fflush(stdout) == 0;
       EXPECT_EQ(isPrinted, row.closed != STDOUT_FILENO);
     });
-    EXPECT_EQ(error.text() + output.text(),
-              support::filled(row.terminal, {next}));
+    EXPECT_EQ(error.text() + output.text(), support::filled(row.terminal, {next}));
   }
 }
 
 // The first line that is printed meets a pipe without a reader.
-TEST(OutputRedirector,
-     WorksWhateverTheHostsDescriptorsAreAndHidesItsOwnFromCommands) {
-  for (const std::vector<int> &closed :
-       {std::vector<int>{}, {0}, {1}, {2}, {0, 1, 2}}) {
+TEST(OutputRedirector, WorksWhateverTheHostsDescriptorsAreAndHidesItsOwnFromCommands) {
+  for (const std::vector<int>& closed : {std::vector<int>{}, {0}, {1}, {2}, {0, 1, 2}}) {
     SCOPED_TRACE("closed: " + testing::PrintToString(closed));
     support::inChildWithPipe([&closed](int readEnd) {
       ::close(readEnd);
@@ -153,11 +126,9 @@ TEST(OutputRedirector,
       std::for_each(closed.begin(), closed.end(), ::close);
       Host host;
       EXPECT_GT(host.readFd(), STDERR_FILENO);
-      for (const int fd : {STDOUT_FILENO, STDERR_FILENO})
-        EXPECT_EQ(::fcntl(fd, F_GETFL), O_WRONLY | O_NONBLOCK);
+      for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) EXPECT_EQ(::fcntl(fd, F_GETFL), O_WRONLY | O_NONBLOCK);
       std::thread forwarder(&Host::forward, &host);
-      const std::string command =
-          "[ ! -e /dev/fd/# ] && echo launched && echo error >&2 && echo end";
+      const std::string command = "[ ! -e /dev/fd/# ] && echo launched && echo error >&2 && echo end";
       EXPECT_EQ(::system(support::filled(command, {host.readFd()}).c_str()), 0);
       EXPECT_TRUE(host.eventuallyContains("end\n"));
       host.m_forwarding = false;
@@ -167,8 +138,7 @@ TEST(OutputRedirector,
   }
 }
 
-TEST(OutputRedirector,
-     SecondOpenReplacesTheFirstAndAFailedOneLeavesItsPipeAReader) {
+TEST(OutputRedirector, SecondOpenReplacesTheFirstAndAFailedOneLeavesItsPipeAReader) {
   support::inChild([] {
     Host host;
     const int first = host.readFd();
@@ -185,4 +155,4 @@ TEST(OutputRedirector,
   });
 }
 
-} // namespace
+}  // namespace
