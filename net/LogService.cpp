@@ -28,6 +28,11 @@ void closeClient(CSocket* client) {
 struct LogService::ClientThread {
   LogService* service;
   std::shared_ptr<CSocket> client;
+};
+
+// The socket of every client.
+class LogService::Connection : public CSocket {
+ public:
   std::string peer;  // "IP:PORT", where frames are wanted
 };
 
@@ -124,13 +129,15 @@ void LogService::mainThread() {
 
 // False when no connection was taken. Without memory for one, the connection waits or is closed.
 bool LogService::acceptClient() try {
-  const std::shared_ptr<CSocket> client(new CSocket, closeClient);
+  auto* const connection = new Connection;
+  const std::shared_ptr<CSocket> client(connection, closeClient);
   ISocket* socket = client.get();
   std::string ip;
   unsigned short port = 0;
   if (!m_socket.accept(socket, ip, port, 0)) return false;
   os_print_now(stdout, "[LogServiceServer]accept client(%s:%u).\n", ip.c_str(), static_cast<unsigned>(port));
-  startClientThread(client, ip, port);
+  if (m_frameCallback) connection->peer = ip + ":" + std::to_string(port);
+  startClientThread(client);
   return true;
 } catch (const std::bad_alloc&) {
   os_thread_sleep_milliseconds(kAcceptPauseMs, 0);
@@ -139,9 +146,8 @@ bool LogService::acceptClient() try {
 
 // Where it fails, the caller's pointer is the last, and the connection is closed. The entry comes first: a thread that
 // runs must not be lost for lack of memory to remember it.
-void LogService::startClientThread(const std::shared_ptr<CSocket>& client, const std::string& ip, unsigned short port) {
-  std::unique_ptr<ClientThread> argument(new ClientThread{this, client, {}});
-  if (m_frameCallback) argument->peer = ip + ":" + std::to_string(port);
+void LogService::startClientThread(const std::shared_ptr<CSocket>& client) {
+  std::unique_ptr<ClientThread> argument(new ClientThread{this, client});
   m_clientThreads.push_back(0);
   // A started thread owns the argument.
   if (os_thread_create(&m_clientThreads.back(), runClientThread, argument.get(), 0, 0)) (void)argument.release();
@@ -149,14 +155,14 @@ void LogService::startClientThread(const std::shared_ptr<CSocket>& client, const
 
 void* LogService::runClientThread(void* argument) {
   const std::unique_ptr<ClientThread> start(static_cast<ClientThread*>(argument));
-  start->service->handleClient(start->client, start->peer);
+  start->service->handleClient(start->client);
   return nullptr;
 }
 
 // Holds the connection by a pointer of its own. NOLINTNEXTLINE(performance-unnecessary-value-param)
-void LogService::handleClient(std::shared_ptr<CSocket> client, const std::string& peer) {
+void LogService::handleClient(std::shared_ptr<CSocket> client) {
   char buffer[kBufferBytes];
-  Frames frames(*this, peer);
+  Frames frames(*this, static_cast<const Connection&>(*client).peer);
   while (!m_stop) {
     if (os_socket_is_link_broken(client->handle(), 0)) {
       os_print_now(stderr, "[LogServiceServer]Link broken or not ready to read.\n");

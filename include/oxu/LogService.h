@@ -82,14 +82,15 @@ class OXU_EXPORT LogService {
 
  private:
   struct ClientThread;
+  class Connection;
   class Frames;
 
   static void* runMainThread(void* self);
   static void* runClientThread(void* argument);
   void mainThread();
   bool acceptClient();
-  void startClientThread(const std::shared_ptr<CSocket>& client, const std::string& ip, unsigned short port);
-  void handleClient(std::shared_ptr<CSocket> client, const std::string& peer);
+  void startClientThread(const std::shared_ptr<CSocket>& client);
+  void handleClient(std::shared_ptr<CSocket> client);
 
   mutable CSocket m_socket;  // asked for its port by const members
 };
