@@ -113,14 +113,6 @@ TEST(FrameReader, KnowsABrokenStreamByTheFirstBytesThatDecide) {
   }
 }
 
-TEST(FrameReader, BreaksAtAnyFrameWhereTheLimitIsBelowTheSmallest) {
-  for (const std::size_t limit : {0U, 3U, 4U, 6U}) {
-    FrameReader reader(limit);
-    EXPECT_TRUE(reader.add("\x03\0\0", 3));
-    EXPECT_FALSE(reader.add("\0", 1));
-  }
-}
-
 // With work for each byte or frame that grows with the others this would not end in time.
 TEST(FrameReader, WorkGrowsWithTheBytesAlone) {
   const Frame large{1, "large", std::string(4 << 20, 'b')};
@@ -153,18 +145,6 @@ TEST(FrameReader, KeepsNoBytesOfFramesThatWereTaken) {
   ASSERT_EQ(::getrusage(RUSAGE_SELF, &after), 0);
   constexpr long kKibibytes = 16 << 10;
   EXPECT_LT(after.ru_maxrss - before.ru_maxrss, kKibibytes);
-}
-
-TEST(FrameReader, IsCopiedWithWhatItHolds) {
-  const std::string bytes = packed({1, "a", "b"});
-  FrameReader reader;
-  Frame frame;
-  ASSERT_TRUE(reader.add(bytes.data(), bytes.size()) && reader.add(bytes.data(), 5));
-  FrameReader copy = std::move(reader);
-  for (FrameReader* each : {&reader, &copy}) {
-    EXPECT_TRUE(each->next(frame) && !each->next(frame) && each->unfinishedBytes() == 5);
-    EXPECT_TRUE(each->add(&bytes[5], bytes.size() - 5) && each->next(frame) && frame.body == "b");
-  }
 }
 
 }  // namespace
