@@ -8,7 +8,6 @@
 #include <limits>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "config/LineReader.h"
 #include "oxu/IniFile.h"
@@ -19,8 +18,7 @@ namespace {
 
 using namespace std::string_literals;
 
-// The text of the table that a file of these bytes gives; a signal interrupts
-// its first read.
+// The text of the table that a file of these bytes gives; a signal interrupts its first read.
 std::string loaded(const std::string& bytes) {
   const int fd = ::memfd_create("ini", MFD_CLOEXEC);
   EXPECT_EQ(::write(fd, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
@@ -109,14 +107,7 @@ TEST(IniFile, LookupsCreateNothingAndTheIndexOperatorDoes) {
   EXPECT_EQ(copy.str(), "[other]\n\n");
 }
 
-TEST(IniFile, ListsItsSectionsByTheirBytes) {
-  IniFile ini;
-  for (const char* name : {"b", "\xff", "", "a b", "B"}) ini[name];
-  EXPECT_EQ(ini.sections(), (std::vector<std::string>{"", "B", "a b", "b", "\xff"}));
-}
-
-// The path is a value of the table that is discarded. The width is for what the
-// host itself prints next.
+// The path is a value of the table that is discarded. The width is for what the host itself prints next.
 TEST(IniFile, ReplacesTheTableEvenByNothingAndShowsIt) {
   const support::DescriptorCapture output(STDOUT_FILENO);
   IniFile ini;
@@ -132,8 +123,7 @@ TEST(IniFile, ReplacesTheTableEvenByNothingAndShowsIt) {
   EXPECT_EQ(output.text(), "[s]\nk=no/such file\n\nFailed to open file no/such file\n      end");
 }
 
-// Whether the thread waits in its second read already or is yet to call it, the
-// last line stays cut.
+// Whether the thread waits in its second read already or is yet to call it, the last line stays cut.
 TEST(IniFile, KeepsTheLinesBeforeAReadError) {
   int fds[2], unread = 1;
   IniFile ini;
@@ -148,8 +138,7 @@ TEST(IniFile, KeepsTheLinesBeforeAReadError) {
   for (const int fd : fds) ::close(fd);
 }
 
-// The first value is one long line, or is followed by many empty ones, so that
-// a later line meets the end of a block.
+// The first value is one long line, or is followed by many empty ones, so that a later line meets the end of a block.
 TEST(IniFile, ReadsLinesOfAnyLengthAcrossTheEndsOfBlocks) {
   for (const std::size_t blocks : {1U, 2U}) {
     for (std::size_t behind = 0; behind < 16; ++behind) {

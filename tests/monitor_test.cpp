@@ -42,9 +42,8 @@ bool isReaped(pid_t pid) {
   return support::eventually([pid] { return ::kill(pid, 0) == -1 && errno == ESRCH; });
 }
 
-// Of a name that is given again, addProcess reaps and reports the new process;
-// updateProcess watches it, and what it reaps and reports stays the old one,
-// whose status is not told.
+// Of a name that is given again, addProcess reaps and reports the new process; updateProcess watches it, and what it
+// reaps and reports stays the old one, whose status is not told.
 TEST(ProcessMonitor, ReapsAChildThatEndsTellsHowAndCallsItsCallbackOnce) {
   support::LogCapture log;
   support::SharedText told;
@@ -74,17 +73,14 @@ TEST(ProcessMonitor, ReapsAChildThatEndsTellsHowAndCallsItsCallbackOnce) {
   EXPECT_TRUE(isReaped(own));
   sleepForMoreThanOnePass();
   EXPECT_EQ(told.get(), "worker signal 9. worker quit. own quit. ");
-  EXPECT_EQ(log.messages(), support::filled("ERROR [ProcessMonitor]Process(worker) Pid(#) is "
-                                            "not exist, call quit callback\n\n"
-                                            "DEBUG [ProcessMonitor]Node Process(worker) Pid(#) "
-                                            " quit callback result:41\n\n"
-                                            "ERROR [ProcessMonitor]Node Process(node) Pid(#) "
-                                            "is not exist, call quit callback.\n",
-                                            {pid, pid, own}));
+  EXPECT_EQ(log.messages(),
+            support::filled("ERROR [ProcessMonitor]Process(worker) Pid(#) is not exist, call quit callback\n\n"
+                            "DEBUG [ProcessMonitor]Node Process(worker) Pid(#)  quit callback result:41\n\n"
+                            "ERROR [ProcessMonitor]Node Process(node) Pid(#) is not exist, call quit callback.\n",
+                            {pid, pid, own}));
 }
 
-// Entries without a callback, with only one of the two pids, and with a child
-// that is merely stopped.
+// Entries without a callback, with only one of the two pids, and with a child that is merely stopped.
 TEST(ProcessMonitor, TakesProcessesThatNeverWereOrAreStoppedAsGone) {
   support::LogCapture log;
   std::atomic<int> calls{0};
@@ -111,16 +107,13 @@ TEST(ProcessMonitor, TakesProcessesThatNeverWereOrAreStoppedAsGone) {
   endChild(stopped);
 }
 
-// A process is listed for reaping for one pass; a few attempts make sure that
-// the monitor's end meets one.
+// A process is listed for reaping for one pass; a few attempts make sure that the monitor's end meets one.
 TEST(ProcessMonitor, EndsWithEntriesLeftAndNamesThoseItWasToReap) {
   support::LogCapture log;
   std::atomic<int> calls{0};
   const pid_t left = forkChild(), own = forkChild();
-  const std::string message = support::filled(
-      "ERROR [ProcessMonitor]Child Process(pid:#) exist, may "
-      "be a zombie process.\n",
-      {own});
+  const std::string message =
+      support::filled("ERROR [ProcessMonitor]Child Process(pid:#) exist, may be a zombie process.\n", {own});
   const auto attempt = [&] {
     {
       ProcessMonitor monitor;
@@ -149,9 +142,7 @@ TEST(ProcessMonitor, TakesAProcessThatCannotBeCheckedAsRunning) {
       {ENOENT, false, ""},
       {EACCES, true, noPermission},
       {EPERM, true, noPermission},
-      {EIO, true,
-       "DEBUG An error occurred while checking the existence status of the "
-       "process: Input/output error\n"},
+      {EIO, true, "DEBUG An error occurred while checking the existence status of the process: Input/output error\n"},
   };
   ProcessMonitor monitor;
   const int pid = ::getpid();
@@ -172,14 +163,10 @@ TEST(ProcessMonitor, CollectsTheAskedChildOnlyAndReportsAnyOtherResult) {
   EXPECT_FALSE(monitor.waitProcess(INT_MAX));
   const pid_t child = forkChild();
   EXPECT_FALSE(monitor.waitProcess(child));
-  EXPECT_EQ(log.messages(),
-            "ERROR [ProcessMonitor]waitpid(2147483647) failed: "
-            "No child processes\n\n");
+  EXPECT_EQ(log.messages(), "ERROR [ProcessMonitor]waitpid(2147483647) failed: No child processes\n\n");
   ::kill(child, SIGKILL);
   EXPECT_TRUE(support::eventually([&] { return !monitor.waitProcess(-1) && ::kill(child, 0) == -1; }));
-  EXPECT_TRUE(
-      log.eventuallyContains("[ProcessMonitor]An error occurred while "
-                             "waiting for the process to exit: "));
+  EXPECT_TRUE(log.eventuallyContains("[ProcessMonitor]An error occurred while waiting for the process to exit: "));
 }
 
 }  // namespace

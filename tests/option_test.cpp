@@ -22,8 +22,7 @@ namespace {
 using Words = std::vector<std::string>;
 using Answers = std::map<std::string, std::string>;
 
-// Parses the words behind a first one that would be refused if it were looked
-// at.
+// Parses the words behind a first one that would be refused if it were looked at.
 void parse(Option& option, Words words) {
   words.insert(words.begin(), "--program");
   std::vector<char*> argv;
@@ -162,9 +161,7 @@ TEST(Option, KeepsTheFirstRegistrationOfANameAndReportsWhatIsNotFound) {
   EXPECT_EQ(option.getDouble("port"), 0.0);
   EXPECT_FALSE(option.getBool(""));
   std::fflush(stdout);
-  EXPECT_EQ(output.text(),
-            "Option none not found\nOption port not "
-            "found\nOption port not found\nOption  not found\n");
+  EXPECT_EQ(output.text(), "Option none not found\nOption port not found\nOption port not found\nOption  not found\n");
 }
 
 TEST(Option, ListsItsOptionsByTheBytesOfTheirNames) {
@@ -178,12 +175,10 @@ TEST(Option, ListsItsOptionsByTheBytesOfTheirNames) {
   option.printUsage();
   std::cout.rdbuf(console);
   EXPECT_EQ(usage.str(),
-            "Usage:  [options]\nOptions:\n  -Z   flag\n  -p <value>  \n  -port "
-            "<value>  on\n  -\xff <value>  end\n");
+            "Usage:  [options]\nOptions:\n  -Z   flag\n  -p <value>  \n  -port <value>  on\n  -\xff <value>  end\n");
 }
 
-// A standard output whose reader has gone is a failed write, for the INI reader
-// as well.
+// A standard output whose reader has gone is a failed write, for the INI reader as well.
 TEST(Option, SurvivesAStandardOutputWhoseReaderHasGone) {
   support::inChildWithPipe([](int readEnd) {
     std::setvbuf(stdout, nullptr, _IONBF, 0);

@@ -73,8 +73,7 @@ long addressSpaceBytes() {
   return pages * ::getpagesize();
 }
 
-// A hundred default stacks are 800 MB of address space; the C library itself
-// keeps a few for reuse.
+// A hundred default stacks are 800 MB of address space; the C library itself keeps a few for reuse.
 TEST(Thread, KeepsNoStackBetweenItsEndAndItsJoin) {
   const auto count = [](void* ended) {
     ++*static_cast<std::atomic<std::size_t>*>(ended);

@@ -72,9 +72,7 @@ TEST(StartProcess, ReportsEachFailureAndGoesOnWhereItCan) {
        kNotLaunched},
       {"F_GETFL", kFcntl, F_GETFL, EINVAL, 1, "ERROR fcntl F_GETFL error: Invalid argument\n", "ran\n"},
       {"F_SETFL", kFcntl, F_SETFL, EBADF, kEveryTime,
-       "fcntl set nonblock: Bad file descriptor\nERROR fcntl F_SETFL error: "
-       "Bad file descriptor\n",
-       "ran\n"},
+       "fcntl set nonblock: Bad file descriptor\nERROR fcntl F_SETFL error: Bad file descriptor\n", "ran\n"},
       {"F_SETFD", kFcntl, F_SETFD, EINVAL, kEveryTime, "", "ran\n"},
       {"dup2 to 1", kDup2, STDOUT_FILENO, EBUSY, kEveryTime, "dup2 failed: Device or resource busy\n", "", 1},
       {"dup2 to 2", kDup2, STDERR_FILENO, EBUSY, kEveryTime, "dup2 failed: Device or resource busy\n", "", 1},
@@ -109,14 +107,13 @@ TEST(StartProcess, AnnouncesThatItsGroupCouldNotBeMade) {
     const faults::Fault fault(faults::kPgid, EPERM);
     Launched child("echo done");
     EXPECT_TRUE(child.eventuallyContains("\ndone\n"));
-    EXPECT_EQ(child.get(), support::filled("Child process(#) setpgid failed: Operation not "
-                                           "permitted\necho done\ndone\n",
-                                           {child.process.pid()}));
+    EXPECT_EQ(child.get(),
+              support::filled("Child process(#) setpgid failed: Operation not permitted\necho done\ndone\n",
+                              {child.process.pid()}));
   });
 }
 
-// A kill right after the launch must find the child's own group, however late
-// the child itself comes to make it.
+// A kill right after the launch must find the child's own group, however late the child itself comes to make it.
 TEST(StartProcess, PutsTheChildIntoItsGroupBeforeTheLaunchReturns) {
   auto held = std::make_unique<faults::HeldChildren>();
   Launched child("exit 0");
@@ -125,8 +122,7 @@ TEST(StartProcess, PutsTheChildIntoItsGroupBeforeTheLaunchReturns) {
   EXPECT_EQ(child.exitStatus(), 0);
 }
 
-// A command can make its pipe a blocking one again at any moment. Here no flag
-// of the pipe can be set at all.
+// A command can make its pipe a blocking one again at any moment. Here no flag of the pipe can be set at all.
 TEST(StartProcess, EndsAtOnceThoughItsFullPipeBlocks) {
   const support::DescriptorCapture standardError(STDERR_FILENO);
   const faults::Fault fault(faults::kFcntl, EBADF, faults::kEveryTime, F_SETFL);
@@ -146,8 +142,8 @@ TEST(StartProcess, EndsAtOnceThoughItsFullPipeBlocks) {
   EXPECT_EQ(WTERMSIG(status), SIGPIPE);
 }
 
-// The number of the read end is given to another file as soon as it is closed.
-// A reader that is quick enough to see that says so.
+// The number of the read end is given to another file as soon as it is closed. A reader that is quick enough to see
+// that says so.
 TEST(StartProcess, ReaderNeverReadsAnotherFileAfterAFailedFork) {
   support::LogCapture log;
   std::atomic<bool> stop{false};
@@ -175,8 +171,7 @@ TEST(StartProcess, ReaderNeverReadsAnotherFileAfterAFailedFork) {
   EXPECT_EQ(support::countOf(closed, messages) * closed.size(), messages.size()) << messages;
 }
 
-// The fake stands for sudo where the tests run as an ordinary user: it runs
-// what it is given, without a password.
+// The fake stands for sudo where the tests run as an ordinary user: it runs what it is given, without a password.
 TEST(Kill, EndsWholeGroupsAndSkipsProcessesThatAreGone) {
   char directory[] = "/tmp/oxutool-test-XXXXXX";
   const std::string sudo = std::string(::mkdtemp(directory)) + "/sudo";
@@ -192,8 +187,7 @@ TEST(Kill, EndsWholeGroupsAndSkipsProcessesThatAreGone) {
   EXPECT_TRUE(StartProcess::kill(third.process.pid()));
   for (Launched* child : {&first, &second, &third}) EXPECT_EQ(child->endingSignal(), SIGKILL);
   EXPECT_TRUE(support::eventually([&] { return ::getpgid(grandchild) != second.process.pid(); }));
-  EXPECT_EQ(log.messages(), support::filled("ERROR Failed to get pgid for pid: #.\n\nINFO All "
-                                            "process groups killed.\n"
+  EXPECT_EQ(log.messages(), support::filled("ERROR Failed to get pgid for pid: #.\n\nINFO All process groups killed.\n"
                                             "INFO Process group #(pgid: #)killed.\n",
                                             {gone.process.pid(), third.process.pid(), third.process.pid()}));
   std::filesystem::remove_all(directory);
@@ -214,8 +208,7 @@ TEST(Kill, ReportsWhatItCannotKill) {
                                             "ERROR Invalid process id list.\n\n"
                                             "ERROR Failed to get pgid for pid: 2147483647.\n\n"
                                             "INFO All process groups killed.\n"
-                                            "ERROR Failed to kill process group #(pgid: #): Cannot allocate "
-                                            "memory.\n\n"
+                                            "ERROR Failed to kill process group #(pgid: #): Cannot allocate memory.\n\n"
                                             "ERROR Failed to kill process groups: Cannot allocate memory.\n\n",
                                             {self, ::getpgrp()}));
 }

@@ -38,8 +38,8 @@ struct Host : oxu::OutputRedirector, support::SharedText {
   std::vector<std::size_t> chunkSizes;
 };
 
-// The line of `open` is still in the buffer of the host, which closes its
-// output when it has printed: so the loop meets the end of the pipe.
+// The line of `open` is still in the buffer of the host, which closes its output when it has printed: so the loop meets
+// the end of the pipe.
 TEST(OutputRedirector, DeliversWhatIsPrintedInOrderAndInChunks) {
   const struct {
     const char* what;
