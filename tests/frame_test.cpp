@@ -78,15 +78,12 @@ TEST(FrameReader, KnowsABrokenStreamByTheFirstBytesThatDecide) {
     std::size_t decidingBytes;
   } rows[] = {
       {"length 0", standard, "\0\0\0\0\0\0\0"s, 4},
-      {"length 2", standard, "\x02\0\0\0\0\0\0"s, 4},
       {"length 3", standard, "\x03\0\0\0\0\0\0"s, none},
       {"name of one byte in a frame of none", standard, "\x03\0\0\0\0\x01\0n"s, 7},
       {"name that fills the frame", standard, "\x05\0\0\0\0\x02\0nm"s, none},
-      {"name that is one byte too long", standard, "\x05\0\0\0\0\x03\0nm."s, 7},
       {"name of 65535 bytes in a frame of one byte less", standard, "\x01\0\x01\0\0\xff\xff"s, 7},
       {"longest frame by default", standard, "\xfc\xff\x0f\0\0\0\0"s, none},
       {"one byte more", standard, "\xfd\xff\x0f\0\0\0\0"s, 4},
-      {"longest length", standard, "\xff\xff\xff\xff\0\0\0"s, 4},
       {"longest length without a limit", SIZE_MAX, "\xff\xff\xff\xff\0\0\0"s, none},
       {"frame as long as the one before, which is the limit", 13, "\x09\0\0\0\0\0\0......"s, none},
       {"one byte more than the limit", 13, "\x0a\0\0\0\0\0\0......."s, 4},
