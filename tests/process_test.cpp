@@ -168,7 +168,7 @@ TEST(StartProcess, ReaderNeverReadsAnotherFileAfterAFailedFork) {
   opener.join();
   const std::string messages = log.messages();
   const std::string closed = "ERROR Select error: Bad file descriptor\n";
-  EXPECT_EQ(support::countOf(closed, messages) * closed.size(), messages.size()) << messages;
+  EXPECT_EQ(static_cast<std::size_t>(support::countOf(closed, messages)) * closed.size(), messages.size()) << messages;
 }
 
 // The fake stands for sudo where the tests run as an ordinary user: it runs what it is given, without a password.
