@@ -12,7 +12,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -137,8 +136,11 @@ TEST(Logger, StampsARecordWithTheTimeOfItsPushAndLeavesColorsOutOnRequest) {
   ASSERT_NE(::strptime(output.text().c_str(), " [%Y-%m-%d %H:%M:%S", &stamp), nullptr);
   EXPECT_GE(::timegm(&stamp), before);
   EXPECT_LE(::timegm(&stamp), std::time(nullptr));
-  EXPECT_EQ(std::regex_replace(output.text(), std::regex(R"(\[20[^\]]*\])"), "[]"),
-            " []  of no level\nINFO []  plain\n\x1b[0mINFO []  colored\x1b[0m\n");
+  std::string text = output.text();
+  for (std::size_t at = 0; (at = text.find("[20", at)) != std::string::npos; ++at) {
+    text.erase(at + 1, text.find(']', at) - at - 1);
+  }
+  EXPECT_EQ(text, " []  of no level\nINFO []  plain\n\x1b[0mINFO []  colored\x1b[0m\n");
 }
 
 TEST(Logger, PrintsBehindWhatTheHostHasPrinted) {
