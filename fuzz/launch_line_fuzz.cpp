@@ -4,7 +4,6 @@
 #include <string>
 
 #include "process/LaunchLine.h"
-#include "process/RootPrivilege.h"
 
 namespace {
 
@@ -45,8 +44,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   check(oxu::wrapForSudo(command) == wrappedByHand(command));
   const auto line = oxu::makeLaunchLine("", names, command, "", false);
   std::string expected;
-  for (std::size_t i = 0; i + 1 < line.announcements.size(); ++i) expected += line.announcements[i];
-  check(line.announcements.back() == command);
+  for (const std::string& announcement : line.announcements) {
+    check(announcement.back() == '\n');
+    expected.append(announcement, 0, announcement.size() - 1);
+  }
+  check(line.announcements.back() == command + "\n");
+  expected.resize(expected.size() - command.size());
   check(line.shellLine == expected + replacedByHand(command));
   return 0;
 }
