@@ -62,6 +62,9 @@ class SharedText {
   std::string m_text;
 };
 
+// What the logger has printed, without the time stamps and the blanks behind them.
+std::string withoutStamps(std::string text);
+
 // The text with each # replaced by the next of the numbers.
 std::string filled(std::string text, const std::vector<int>& numbers);
 
