@@ -98,9 +98,9 @@ class OXU_EXPORT StartProcess {
   /// Sends SIGKILL to the process group of `pid` from a background shell; 0 means the caller's own group. True when
   /// that shell could be started; whether the kill succeeded is not known. False, with a logged message, for a negative
   /// or unknown pid.
-  /// - Where the caller is not root, the kill goes through sudo, with the password of the latest launching constructor.
-  ///   That stands unescaped between single quotes in the shell's command line, and other users can see it in the
-  ///   process list meanwhile.
+  /// - Where the caller is not root, the kill goes through sudo. The password of the latest launching constructor is
+  ///   put unescaped between single quotes into the shell's command line, and other users can see it in the process
+  ///   list meanwhile.
   /// - The host ignores SIGINT and SIGQUIT while the shell is being started.
   /// - In a host that ignores SIGCHLD the group is killed, and the result is false.
   /// - A process that has left the group, as `setsid` makes it do, survives.
