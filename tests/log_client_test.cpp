@@ -37,7 +37,18 @@ class Peer : public Link {
   }
   int connectTo(int to) { return sender.connect(kLoopback, triedPort = to); }
   int send(unsigned long size) { return sender.send(std::string(size, 'x').data(), size); }
-  void readSlowly(int times) {
+  void readSlowly() { readThenReset(INT_MAX); }
+  void readABit() { readThenReset(20); }
+  void takeThePlaceInTheQueue() { client.connect(kLoopback, port()); }
+  void closeTwice() {
+    for (int i = 0; i < 2; ++i) EXPECT_TRUE(sender.close());
+  }
+
+  LogServiceClient sender;
+  int triedPort = 0;
+
+ private:
+  void readThenReset(int times) {
     m_reader = std::thread([this, times] {
       char buffer[4096];
       for (int left = times; left > 0 && ::read(server, buffer, sizeof buffer) > 0; --left) ::usleep(1000);
@@ -45,60 +56,18 @@ class Peer : public Link {
     });
   }
 
-  LogServiceClient sender;
-  int triedPort = 0;
-
- private:
   std::thread m_reader;
 };
 
-constexpr unsigned long kMuch = 8 << 20;
+int connectToPeer(Peer& peer) { return peer.connectTo(peer.port()); }
+int connectToNobody(Peer& peer) { return peer.connectTo(portOf(peer.nobody)); }
+int sendNothing(Peer& peer) { return peer.send(0); }
+int sendOne(Peer& peer) { return peer.send(1); }
+int sendSome(Peer& peer) { return peer.send(1 << 20); }
+int sendMuch(Peer& peer) { return peer.send(8 << 20); }
+int sendTooMuch(Peer& peer) { return peer.sender.send(nullptr, 1UL << 31); }
 
-int toALateReader(Peer& peer) {
-  peer.connectSender();
-  return peer.send(200000);
-}
-
-int toASlowReader(Peer& peer) {
-  peer.connectSender();
-  peer.readSlowly(INT_MAX);
-  return peer.send(1 << 20);
-}
-
-int toAReaderThatStops(Peer& peer) {
-  peer.connectSender();
-  return peer.send(kMuch);
-}
-
-int afterAReset(Peer& peer) {
-  peer.connectSender();
-  peer.resetByServer();
-  return peer.send(1);
-}
-
-int whileItIsReset(Peer& peer) {
-  peer.connectSender();
-  peer.readSlowly(20);
-  return peer.send(kMuch);
-}
-
-int tooMuch(Peer& peer) {
-  peer.connectSender();
-  return peer.sender.send(nullptr, 1UL << 31);
-}
-
-int afterTheClose(Peer& peer) {
-  for (int i = 0; i < 2; ++i) EXPECT_TRUE(peer.sender.close());
-  return peer.connectTo(1);
-}
-
-// The only place of the queue is taken.
-int toAListenerThatDoesNotAnswer(Peer& peer) {
-  peer.client.connect(kLoopback, peer.port());
-  return peer.connectTo(peer.port());
-}
-
-int withoutDescriptors(Peer& peer) {
+int connectWithoutDescriptors(Peer& peer) {
   const rlimit none{3, 1024}, some{1024, 1024};
   ::setrlimit(RLIMIT_NOFILE, &none);
   LogServiceClient client;
@@ -106,7 +75,7 @@ int withoutDescriptors(Peer& peer) {
   return client.connect(kLoopback, peer.triedPort);
 }
 
-int withoutPort(Peer& peer) {
+int connectWithoutPort(Peer& peer) {
   const faults::Fault fault(faults::kBind, EADDRINUSE);
   LogServiceClient client;
   return client.connect(kLoopback, peer.triedPort);
@@ -114,7 +83,7 @@ int withoutPort(Peer& peer) {
 
 // The client's handle gets the lowest free number, which tells its port. Nothing is left of the connection: the port
 // can be bound without address reuse.
-int toItself(Peer& peer) {
+int connectToItself(Peer& peer) {
   const int number = ::dup(STDERR_FILENO);
   ::close(number);
   LogServiceClient client;
@@ -142,29 +111,31 @@ TEST(LogServiceClient, ReportsEachFailure) {
   };
   const struct {
     const char* what;
+    std::vector<void (Peer::*)()> steps;
     int (*act)(Peer&);
     std::vector<Outcome> outcomes;  // one of them, where the system may tell of a failure sooner or later
   } rows[] = {
-      {"nothing to send", [](Peer& peer) { return peer.send(0); }, {{0, ""}}},
-      {"late reader", toALateReader, {{200000, ""}}},
-      {"slow reader", toASlowReader, {{1 << 20, ""}}},
-      {"reader that stops", toAReaderThatStops, {{-4, notReady}}},
-      {"reset", afterAReset, {{-4, broken}}},
-      {"reset in mid-send", whileItIsReset, {{-4, broken}, {-4, notReady}, {-3, notSent}}},
-      {"too much", tooMuch, {{-3, notSent}}},
-      {"closed", afterTheClose, {{-2, atOnce + "9\n"}}},
-      {"not connected", [](Peer& peer) { return peer.send(1); }, {{-4, notReady}}},
-      {"refused",
-       [](Peer& peer) { return peer.connectTo(portOf(peer.nobody)); },
-       {{-2, atOnce + "111\n"}, {-2, later}}},
-      {"itself", toItself, {{-2, later}}},
-      {"nobody answers", toAListenerThatDoesNotAnswer, {{-2, later}}},
-      {"no descriptor", withoutDescriptors, {{-2, noSocket + "24\n" + atOnce + "9\n"}}},
-      {"no port", withoutPort, {{-2, noSocket + "98\n" + atOnce + "9\n"}}},
+      {"nothing to send", {}, sendNothing, {{0, ""}}},
+      {"slow reader", {&Peer::connectSender, &Peer::readSlowly}, sendSome, {{1 << 20, ""}}},
+      {"reader that stops", {&Peer::connectSender}, sendMuch, {{-4, notReady}}},
+      {"reset", {&Peer::connectSender, &Peer::resetByServer}, sendOne, {{-4, broken}}},
+      {"reset in mid-send",
+       {&Peer::connectSender, &Peer::readABit},
+       sendMuch,
+       {{-4, broken}, {-4, notReady}, {-3, notSent}}},
+      {"too much", {&Peer::connectSender}, sendTooMuch, {{-3, notSent}}},
+      {"closed", {&Peer::closeTwice}, connectToPeer, {{-2, atOnce + "9\n"}}},
+      {"not connected", {}, sendOne, {{-4, notReady}}},
+      {"refused", {}, connectToNobody, {{-2, atOnce + "111\n"}, {-2, later}}},
+      {"nobody answers", {&Peer::takeThePlaceInTheQueue}, connectToPeer, {{-2, later}}},
+      {"itself", {}, connectToItself, {{-2, later}}},
+      {"no descriptor", {}, connectWithoutDescriptors, {{-2, noSocket + "24\n" + atOnce + "9\n"}}},
+      {"no port", {}, connectWithoutPort, {{-2, noSocket + "98\n" + atOnce + "9\n"}}},
   };
   for (const auto& row : rows) {
     Peer peer;
     const support::DescriptorCapture err(STDERR_FILENO);
+    for (const auto step : row.steps) (peer.*step)();
     const int result = row.act(peer);
     const auto isWhatHappened = [&](const Outcome& outcome) {
       return outcome.result == result && support::filled(outcome.printed, {peer.triedPort}) == err.text();

@@ -6,11 +6,8 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <map>
 #include <memory>
 #include <mutex>
-#include <random>
-#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -32,40 +29,6 @@ using support::Link;
 using support::openDescriptors;
 using support::portOf;
 using Clock = std::chrono::steady_clock;
-
-// A thread of the service stands for a connection: all are open until the end.
-TEST(LogService, DeliversWhatEachOfManyClientsSendsByteForByte) {
-  const support::DescriptorCapture out(STDOUT_FILENO), err(STDERR_FILENO);
-  std::mutex mutex;
-  std::map<std::thread::id, std::string> received;
-  std::atomic<std::size_t> missing{0};
-  LogService service;
-  service.m_callback = [&](const char* data, int length) {
-    const std::lock_guard<std::mutex> lock(mutex);
-    received[std::this_thread::get_id()].append(data, static_cast<std::size_t>(length));
-    missing -= static_cast<std::size_t>(length);
-    EXPECT_LE(length, 65536);
-  };
-  service.startServer(kLoopback, 0);
-  LogServiceClient clients[8];
-  std::vector<std::thread> threads;
-  std::set<std::string> texts;
-  std::mt19937 random(1);
-  for (LogServiceClient& client : clients) {
-    std::string text(100000 + random() % 100000, '\0');
-    for (char& byte : text) byte = static_cast<char>(random());
-    missing += text.size();
-    texts.insert(text);
-    threads.emplace_back([&, text] {
-      EXPECT_EQ(client.connect(kLoopback, service.port()), 0);
-      EXPECT_EQ(client.send(text.data(), text.size()), static_cast<int>(text.size()));
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_TRUE(eventually([&] { return missing == 0; }));
-  service.stopServer();
-  for (const auto& [thread, text] : received) EXPECT_EQ(texts.erase(text), 1U);
-}
 
 // The queue keeps them all while none can be taken; then one is taken right after the other.
 TEST(LogService, ServesEachClientOfABurstThatCameWhenThereWasNoRoom) {
