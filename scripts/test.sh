@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds the library and runs the tests. Arguments go to ctest. A test that this machine cannot
-# run is skipped, with its reason.
+# Installs what is missing, builds the library and runs the tests. Arguments go to ctest. A test that this machine
+# cannot run is skipped, with its reason.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/packages.sh
