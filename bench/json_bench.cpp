@@ -1,114 +1,194 @@
-// Json beside the bare containers that do the same work.
+// Json beside the same storage with plain recursion, and beside nlohmann::json. The three take turns in one process, so
+// that other load meets them all. The first run of a turn does not count: it meets the heap that another one has left.
 #include <benchmark/benchmark.h>
+#include <pthread.h>
 
-#include <cstdint>
-#include <map>
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "PlainJson.h"
 #include "oxu/Json.h"
+
+#ifdef OXU_HAVE_NLOHMANN
+#include <nlohmann/json.hpp>
+#endif
 
 namespace {
 
+using bench::Plain;
 using oxu::json::Json;
 
-constexpr int kAppends = 1000000;
+Json& member(Json& object, const char* key) { return object[key]; }
+Json& firstElement(Json& array) { return array[0]; }
+void append(Json& array, const Json& value) { array.append(value); }
+std::string textOf(const Json& value) { return value.toString(); }
 
-Json fiveMembers() {
-  Json object;
-  object["name"] = "worker";
-  object["pid"] = 4711;
-  object["starts"] = 3;
-  object["load"] = 0.25;
-  object["alive"] = true;
+#ifdef OXU_HAVE_NLOHMANN
+nlohmann::json& member(nlohmann::json& object, const char* key) { return object[key]; }
+nlohmann::json& firstElement(nlohmann::json& array) { return array[std::size_t{0}]; }
+void append(nlohmann::json& array, const nlohmann::json& value) { array.push_back(value); }
+std::string textOf(const nlohmann::json& value) { return value.dump(); }
+#endif
+
+template <class Value>
+Value record() {
+  Value object;
+  member(object, "name") = Value("worker");
+  member(object, "pid") = Value(4711);
+  member(object, "starts") = Value(3);
+  member(object, "load") = Value(0.25);
+  member(object, "alive") = Value(true);
   return object;
 }
 
-void BM_AppendBareVector(benchmark::State& state) {
-  const std::map<std::string, Json> object = {
-      {"name", "worker"}, {"pid", 4711}, {"starts", 3}, {"load", 0.25}, {"alive", true}};
-  for (auto _ : state) {
-    std::vector<std::map<std::string, Json>> array;
-    for (int i = 0; i < kAppends; ++i) array.push_back(object);
-    benchmark::DoNotOptimize(array.data());
-  }
+template <class Value, int count>
+std::unique_ptr<Value> records() {
+  const Value object = record<Value>();
+  auto array = std::make_unique<Value>();
+  for (int i = 0; i < count; ++i) append(*array, object);
+  return array;
 }
-BENCHMARK(BM_AppendBareVector)->Unit(benchmark::kMillisecond)->Iterations(1);
 
-void BM_AppendJson(benchmark::State& state) {
-  const Json object = fiveMembers();
-  for (auto _ : state) {
-    Json array;
-    for (int i = 0; i < kAppends; ++i) array.append(object);
-    benchmark::DoNotOptimize(array.size());
+struct Wide {
+  static constexpr int kRunsPerTurn = 3;
+  template <class Value>
+  static std::unique_ptr<Value> make() {
+    return records<Value, 100000>();
   }
-}
-BENCHMARK(BM_AppendJson)->Unit(benchmark::kMillisecond)->Iterations(1);
-
-constexpr int kDepth = 1000000;
-
-struct Chain {
-  Json payload;
-  Chain* next = nullptr;
 };
 
-// As many nodes, with as many allocations, linked by plain pointers.
-void BM_DeepBareChain(benchmark::State& state) {
-  for (auto _ : state) {
-    Chain* first = nullptr;
-    for (int i = 0; i < kDepth; ++i) first = new Chain{Json(), first};
-    while (first != nullptr) delete std::exchange(first, first->next);
+struct Cached {
+  static constexpr int kRunsPerTurn = 300;
+  template <class Value>
+  static std::unique_ptr<Value> make() {
+    return records<Value, 75>();
   }
-}
-BENCHMARK(BM_DeepBareChain)->Unit(benchmark::kMillisecond)->Iterations(3);
+};
 
-Json deepTree() {
-  Json root;
-  Json* innermost = &root;
-  for (int i = 0; i < kDepth; ++i) innermost = &(*innermost)[0];
-  return root;
+struct Deep {
+  static constexpr int kRunsPerTurn = 3;
+  template <class Value>
+  static std::unique_ptr<Value> make() {
+    auto root = std::make_unique<Value>();
+    Value* innermost = root.get();
+    for (int i = 0; i < 250000; ++i) innermost = &firstElement(*innermost);
+    return root;
+  }
+};
+
+template <class Function>
+double secondsOf(Function function) {
+  const auto begin = std::chrono::steady_clock::now();
+  function();
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
 }
 
-void BM_DeepBuildAndDestroy(benchmark::State& state) {
-  for (auto _ : state) benchmark::DoNotOptimize(deepTree().isArray());
-}
-BENCHMARK(BM_DeepBuildAndDestroy)->Unit(benchmark::kMillisecond)->Iterations(3);
+struct Build {
+  template <class Shape, class Value>
+  static double run(const Value&) {
+    std::unique_ptr<Value> built;
+    return secondsOf([&] { built = Shape::template make<Value>(); });
+  }
+};
 
-void BM_DeepCopyAndDestroy(benchmark::State& state) {
-  const Json tree = deepTree();
-  for (auto _ : state) benchmark::DoNotOptimize(Json(tree).isArray());
-}
-BENCHMARK(BM_DeepCopyAndDestroy)->Unit(benchmark::kMillisecond)->Iterations(3);
+struct Copy {
+  template <class Shape, class Value>
+  static double run(const Value& tree) {
+    std::unique_ptr<Value> copy;
+    return secondsOf([&] { copy = std::make_unique<Value>(tree); });
+  }
+};
 
-void BM_DeepWrite(benchmark::State& state) {
-  const Json tree = deepTree();
-  for (auto _ : state) benchmark::DoNotOptimize(tree.toString().size());
-}
-BENCHMARK(BM_DeepWrite)->Unit(benchmark::kMillisecond)->Iterations(3);
+struct Destroy {
+  template <class Shape, class Value>
+  static double run(const Value& tree) {
+    auto copy = std::make_unique<Value>(tree);
+    return secondsOf([&] { copy.reset(); });
+  }
+};
 
-template <std::string (Json::*write)() const>
-void BM_WriteRecords(benchmark::State& state) {
-  Json array;
-  for (int i = 0; i < 100000; ++i) array.append(fiveMembers());
-  std::size_t bytes = 0;
-  for (auto _ : state) bytes += (array.*write)().size();
-  state.SetBytesProcessed(static_cast<std::int64_t>(bytes));
-}
-BENCHMARK_TEMPLATE(BM_WriteRecords, &Json::toString)->Unit(benchmark::kMillisecond);
-BENCHMARK_TEMPLATE(BM_WriteRecords, &Json::toJson)->Unit(benchmark::kMillisecond);
+struct Text {
+  template <class Shape, class Value>
+  static double run(const Value& tree) {
+    return secondsOf([&] { benchmark::DoNotOptimize(textOf(tree).size()); });
+  }
+};
 
-// A string of plain text, of text in another script, and of bytes that each need an escape.
-template <std::string (Json::*write)() const>
-void BM_WriteString(benchmark::State& state) {
-  const char* const characters[] = {"plain ", "\xd0\xb6", "\n"};
-  std::string text;
-  while (text.size() < 1000000) text += characters[state.range(0)];
-  const Json value(text);
-  for (auto _ : state) benchmark::DoNotOptimize((value.*write)().size());
-  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
+double median(std::vector<double> values) {
+  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+  std::nth_element(values.begin(), middle, values.end());
+  return *middle;
 }
-BENCHMARK_TEMPLATE(BM_WriteString, &Json::toString)->DenseRange(0, 2)->Unit(benchmark::kMicrosecond);
-BENCHMARK_TEMPLATE(BM_WriteString, &Json::toJson)->DenseRange(0, 2)->Unit(benchmark::kMicrosecond);
+
+template <class Work, class Shape, class Value>
+double turn(const Value& tree) {
+  std::vector<double> seconds;
+  Work::template run<Shape>(tree);
+  for (int i = 0; i < Shape::kRunsPerTurn; ++i) seconds.push_back(Work::template run<Shape>(tree));
+  return median(std::move(seconds));
+}
+
+template <class Work, class Shape>
+void compare(benchmark::State& state) {
+  constexpr int kTurns = 5;
+  const auto ours = Shape::template make<Json>();
+  const auto plain = Shape::template make<Plain>();
+  std::vector<double> seconds;
+  std::vector<double> ofPlain;
+#ifdef OXU_HAVE_NLOHMANN
+  const auto peer = Shape::template make<nlohmann::json>();
+  std::vector<double> ofNlohmann;
+#endif
+  for (int i = 0; i < kTurns; ++i) {
+    seconds.push_back(turn<Work, Shape>(*ours));
+    ofPlain.push_back(seconds.back() / turn<Work, Shape>(*plain));
+#ifdef OXU_HAVE_NLOHMANN
+    ofNlohmann.push_back(seconds.back() / turn<Work, Shape>(*peer));
+#endif
+  }
+  state.SetIterationTime(median(seconds));
+  state.counters["of_plain"] = median(ofPlain);
+#ifdef OXU_HAVE_NLOHMANN
+  state.counters["of_nlohmann"] = median(ofNlohmann);
+#endif
+}
+
+void* callFunction(void* function) {
+  (*static_cast<std::function<void()>*>(function))();
+  return nullptr;
+}
+
+// On a stack on which plain recursion goes down all levels.
+void onLargeStack(std::function<void()> function) {
+  constexpr std::size_t kStackBytes = std::size_t{1} << 30;
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setstacksize(&attributes, kStackBytes);
+  pthread_t thread;
+  if (pthread_create(&thread, &attributes, callFunction, &function) == 0) pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attributes);
+}
+
+template <class Work, class Shape>
+void BM_Json(benchmark::State& state) {
+  for (auto _ : state) onLargeStack([&state] { compare<Work, Shape>(state); });
+}
+BENCHMARK_TEMPLATE(BM_Json, Build, Wide)->Iterations(1)->UseManualTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK_TEMPLATE(BM_Json, Build, Cached)->Iterations(1)->UseManualTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK_TEMPLATE(BM_Json, Copy, Wide)->Iterations(1)->UseManualTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK_TEMPLATE(BM_Json, Copy, Cached)->Iterations(1)->UseManualTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK_TEMPLATE(BM_Json, Copy, Deep)->Iterations(1)->UseManualTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK_TEMPLATE(BM_Json, Destroy, Wide)->Iterations(1)->UseManualTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK_TEMPLATE(BM_Json, Destroy, Cached)->Iterations(1)->UseManualTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK_TEMPLATE(BM_Json, Destroy, Deep)->Iterations(1)->UseManualTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK_TEMPLATE(BM_Json, Text, Wide)->Iterations(1)->UseManualTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK_TEMPLATE(BM_Json, Text, Cached)->Iterations(1)->UseManualTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK_TEMPLATE(BM_Json, Text, Deep)->Iterations(1)->UseManualTime()->Unit(benchmark::kMicrosecond);
 
 }  // namespace

@@ -8,7 +8,8 @@ import shutil
 import subprocess
 import textwrap
 
-from rows import BUILD, ITSELF, median
+from cases import median
+from rows import BUILD, ITSELF
 
 PACKAGES = "g++ libbenchmark-dev libspdlog-dev nlohmann-json3-dev libinih-dev libcxxopts-dev libcli11-dev libboost-dev"
 

@@ -8,8 +8,8 @@ namespace oxu::json {
 
 Json& Json::operator[](int index) {
   if (m_type == Null) m_type = Array;
-  requireKind(m_type == Array, "function Json::operator [int] requires array value");
-  requireKind(index >= 0, "function Json::operator [int] index less 0");
+  throwUnless(m_type == Array, "function Json::operator [int] requires array value");
+  throwUnless(index >= 0, "function Json::operator [int] index less 0");
   const std::size_t position = static_cast<std::size_t>(index);
   if (position >= m_array.size()) {
     growCapacity(position + 1);
@@ -20,13 +20,17 @@ Json& Json::operator[](int index) {
 
 Json& Json::operator[](const std::string& key) {
   if (m_type == Null) m_type = Object;
-  requireKind(m_type == Object, "function Json::operator [const std::string &] requires object value");
+  throwUnless(m_type == Object, "function Json::operator [const std::string &] requires object value");
   return m_object[key];
 }
 
 Json& Json::append(const Json& value) {
   if (m_type == Null) m_type = Array;
-  requireKind(m_type == Array, "function Json::append requires array value");
+  throwUnless(m_type == Array, "function Json::append requires array value");
+  if (m_array.size() < m_array.capacity()) {
+    m_array.push_back(value);
+    return *this;
+  }
   // Copied before anything moves: the value may be this array or an element of it.
   Json element(value);
   growCapacity(m_array.size() + 1);
@@ -36,12 +40,12 @@ Json& Json::append(const Json& value) {
 }
 
 const Json& Json::get(int index) const {
-  requireKind(m_type == Array, "function Json::get [int] requires array value");
+  throwUnless(m_type == Array, "function Json::get [int] requires array value");
   return holds(index) ? m_array[static_cast<std::size_t>(index)] : null();
 }
 
 const Json& Json::get(const std::string& key) const {
-  requireKind(m_type == Object, "function Json::get [const std::string &] requires object value");
+  throwUnless(m_type == Object, "function Json::get [const std::string &] requires object value");
   const auto member = m_object.find(key);
   return member != m_object.end() ? member->second : null();
 }

@@ -7,13 +7,13 @@
 
 namespace oxu::json {
 
-inline void requireKind(bool holds, const char* message) {
+inline void throwUnless(bool holds, const char* message) {
   if (!holds) throw std::logic_error(message);
 }
 
 // The text, as a string's constructor would take it, but with null an error everywhere.
 inline std::string textOf(const char* text) {
-  requireKind(text != nullptr, "basic_string: construction from null is not valid");
+  throwUnless(text != nullptr, "basic_string: construction from null is not valid");
   return text;
 }
 

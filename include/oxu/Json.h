@@ -1,15 +1,17 @@
 /// A value that holds null, a bool, an int, a double, a string, an array or an object.
 ///
-/// Values own what they hold: copies are deep, nothing is shared. Nesting may be of any depth; no operation uses the
-/// stack for it.
+/// A value owns what it holds: copies are deep, nothing is shared. Nesting may be of any depth; whatever it is, no
+/// operation needs more than some 64 KiB of stack.
 ///
-/// Errors are std::logic_error with the message given beside the operation, the value unchanged; a null const char*
-/// is one too. std::bad_alloc passes to the caller; a Null may have become an empty array or object by then.
-/// References that operator[], get and append return hold until the array that the element is in changes its size,
-/// or the object's member is removed, or the value is assigned or cleared. So `a[a.size()] = a[0]` reads an element
-/// that is gone; `a.append(a[0])` does not.
-/// Threads: const operations may run at the same time on one value that no thread changes. The others,
-/// operator[] of a value that is not const among them, need it for themselves.
+/// Errors, a null const char* among them, are std::logic_error with the message given beside the operation, the value
+/// unchanged. std::bad_alloc passes to the caller; a Null may have become an empty array or object by then.
+///
+/// A reference from operator[], get or append is valid until the array that holds the element changes its size, the
+/// member is removed, or the value is assigned or cleared. So `a[a.size()] = a[0]` reads an element that is gone;
+/// `a.append(a[0])` does not.
+///
+/// Threads: const operations may run at the same time on a value that no thread changes. The others need the value for
+/// themselves, operator[] of a value that is not const among them.
 #ifndef OXU_JSON_H
 #define OXU_JSON_H
 
@@ -49,6 +51,7 @@ class OXU_EXPORT Json {
   int asInt() const;             ///< "function Json::asInt value type error"; no double is read as an int.
   double asDouble() const;       ///< "function Json::asDouble value type error"; nor an int as a double.
   std::string asString() const;  ///< "function Json::asString value type error"
+
   /// The same, implicitly. "function Json::operator (bool) requires bool value", and so on with int,
   /// double and std::string. So `if (value)` throws unless the value is a Bool.
   operator bool();
@@ -70,6 +73,7 @@ class OXU_EXPORT Json {
   void set(const char* value);
   void set(const std::string& value);
   void set(const Json& other);
+
   Json& operator=(Type type);
   Json& operator=(bool value);
   Json& operator=(int value);
@@ -108,10 +112,11 @@ class OXU_EXPORT Json {
   const Json& operator[](const std::string& key) const { return get(key); }
   const Json& operator[](const char* key) const { return get(key); }
 
-  /// False as well where the value is no array or object.
+  /// Whether there is such an element or member. False as well where the value is no array or object.
   bool has(int index);
   bool has(const std::string& key);
   bool has(const char* key);
+
   /// Whether there was such an element or member, and it was removed.
   bool remove(int index);
   bool remove(const std::string& key);
@@ -129,6 +134,7 @@ class OXU_EXPORT Json {
   // Without these two, C++20 would find the first one and its reverse equally good.
   bool operator==(Json& other) { return *this == static_cast<const Json&>(other); }
   bool operator==(Json&& other) { return *this == static_cast<const Json&>(other); }
+
   bool operator!=(const Json& other) { return !(*this == other); }
   bool operator!=(bool value) { return !(*this == value); }
   bool operator!=(int value) { return !(*this == value); }
@@ -150,8 +156,13 @@ class OXU_EXPORT Json {
   struct Copier;
   template <class Format>
   struct Writer;
+  Json& take(Json value) noexcept;
   void exchange(Json& other) noexcept;
+  bool hasChildren() const { return !m_array.empty() || !m_object.empty(); }
+  void copyChildren(const Json& other);
+  void copyContainers(const Json& other);
   void releaseChildren() noexcept;
+  void releaseDeepChildren() noexcept;
   void growCapacity(std::size_t size);
   bool holds(int index) const;
 
