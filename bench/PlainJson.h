@@ -1,5 +1,5 @@
-// What Json would be without a bound for the stack: the same members with the compiler's own copy, move and destruction,
-// and a text that is written by recursion.
+// What Json would be without a bound for the stack: the same members with the compiler's own copy, move and
+// destruction, and a text that is written by recursion.
 #ifndef BENCH_PLAINJSON_H
 #define BENCH_PLAINJSON_H
 
