@@ -31,9 +31,9 @@ class TableFiller {
  public:
   explicit TableFiller(Table& table) : m_table(table) {}
 
-  // Trimmed first, so that an indented comment or header is one; cut second, and not trimmed again, since the
-  // names and the value are trimmed by themselves.
-  void take(std::string_view line) {
+  // Trims first, so that an indented header or comment is recognised. Then cuts the comment off. Names and values are
+  // trimmed one by one after that.
+  void addLine(std::string_view line) {
     line = trimmed(line);
     line = line.substr(0, line.find('#'));
     if (line.empty()) return;
@@ -53,8 +53,7 @@ class TableFiller {
     m_current->clear();
   }
 
-  // The hint makes a key behind all others cheap, as in a file that is sorted, and costs any other key one
-  // comparison.
+  // The hint makes a key behind all others cheap, as in a sorted file, and costs any other key one comparison.
   void assign(std::string_view line) {
     const std::size_t equals = line.find('=');
     if (equals == std::string_view::npos) return;
@@ -66,12 +65,12 @@ class TableFiller {
   void setCurrent(std::string_view name) { m_current = &m_table.try_emplace(m_table.end(), std::string(name))->second; }
 
   Table& m_table;
-  // Null before the first header: the section with the empty name exists only once a key is in it. Map nodes
-  // stay where they are, so one look-up serves all lines of a section.
+  // Null before the first header: the section with the empty name exists only once a key is in it. Map nodes do not
+  // move, so one look-up serves all lines of a section.
   Section* m_current = nullptr;
 };
 
-// The value of a key, null when the section or the key is missing; creates neither.
+// The value of a key; null when the section or the key is missing.
 const std::string* find(const Table& table, const std::string& section, const std::string& key) {
   const auto keys = table.find(section);
   if (keys == table.end()) return nullptr;
@@ -79,7 +78,7 @@ const std::string* find(const Table& table, const std::string& section, const st
   return entry != keys->second.end() ? &entry->second : nullptr;
 }
 
-// strtol and strtod report a number out of range in errno, which is not for the caller to see.
+// The getters do not change errno, in which strtol and strtod report a number out of range.
 template <typename Convert>
 auto withErrnoKept(Convert convert) {
   const int error = errno;
@@ -88,8 +87,7 @@ auto withErrnoKept(Convert convert) {
   return number;
 }
 
-// The size of the text of str, to which the brackets and two line feeds of a section, and the equals sign and
-// the line feed of a key, belong.
+// The size of the text of str: four bytes per section for brackets and line feeds, two per key for "=" and line feed.
 std::size_t textSize(const Table& table) {
   std::size_t size = 0;
   for (const auto& [name, keys] : table) {
@@ -111,7 +109,7 @@ bool IniFile::load(const std::string& path) {
   }
   previous.clear();
   TableFiller filler(m_sections);
-  for (std::string_view line; lines.next(line);) filler.take(line);
+  for (std::string_view line; lines.next(line);) filler.addLine(line);
   return true;
 }
 
@@ -170,6 +168,6 @@ void IniFile::show() {
   const std::string text = str();
   const os_signal_pipe_guard noSigpipe;
   const std::ios_base::Init streams;  // a static object of the host may print before this file's streams are set up
-  // Not by the operator, which would pad the text to a width that the host has set.
+  // operator<< would pad the text to a width that the host has set.
   std::cout.write(text.data(), static_cast<std::streamsize>(text.size()));
 }

@@ -11,8 +11,8 @@ namespace oxu {
 
 namespace {
 
-// A named pipe lets its reader wait for a writer, and a signal may come meanwhile. A directory can be opened;
-// its first read fails. No command that the host launches inherits the descriptor.
+// Opening a named pipe waits for a writer, and a signal can interrupt that. Opening a directory succeeds; its first
+// read fails. No command that the host launches inherits the descriptor.
 int openForReading(const std::string& path) {
   int fd = -1;
   do {
@@ -39,7 +39,7 @@ LineReader::~LineReader() {
 
 bool LineReader::isOpen() const { return m_fd != -1; }
 
-// The search goes on where the last one ended, so that each byte is looked at once.
+// Each search goes on where the previous one ended, so that each byte is looked at once.
 bool LineReader::next(std::string_view& line) {
   do {
     m_searched = std::min(std::string_view(m_buffer.data(), m_end).find('\n', m_searched), m_end);
@@ -51,7 +51,7 @@ bool LineReader::next(std::string_view& line) {
   return true;
 }
 
-// Reads behind the start of the current line; false when there is nothing more to read.
+// Reads more bytes behind those in the buffer; false when there are none.
 bool LineReader::fill() {
   makeRoom();
   const ssize_t received = readSome(m_fd, m_buffer.data() + m_end, m_buffer.size() - m_end);
@@ -61,8 +61,8 @@ bool LineReader::fill() {
   return true;
 }
 
-// Moves the start of the current line to the front, once a line; a line that fills the buffer doubles it. So
-// the work stays proportional to the bytes, however long a line and however small the pieces that it comes in.
+// Moves the current line to the front of the buffer, at most once per line. Doubles the buffer where the line fills it.
+// So the work stays proportional to the bytes, however long a line is and however small its pieces are.
 void LineReader::makeRoom() {
   if (m_begin > 0) std::memmove(m_buffer.data(), m_buffer.data() + m_begin, m_end - m_begin);
   m_searched -= m_begin;

@@ -12,7 +12,7 @@ namespace oxu {
 // Owns the descriptor from the constructor to the destructor. For one thread.
 class LineReader {
  public:
-  // What is read at once, and more where a line is longer.
+  // The size of the buffer, as long as no line is longer.
   static constexpr std::size_t kBlockBytes = std::size_t{128} * 1024;
 
   explicit LineReader(const std::string& path);
@@ -22,17 +22,20 @@ class LineReader {
 
   bool isOpen() const;
 
-  // The bytes up to the next line feed, or up to the end of the file when any are left there. The line is
-  // valid until the next call. False at the end and on a read error; the error takes the line that it
-  // interrupts with it, since half a value is worse than none.
+  // Gives the next line, without its line feed. The last line need not have one. The line is valid until the next call.
+  // False at the end of the file and on a read error. A line that the error interrupts is lost: half a value would be
+  // worse than none.
   bool next(std::string_view& line);
 
  private:
   bool fill();
   void makeRoom();
 
-  // The buffer holds the lines that were handed out, from m_begin the start of the current line, in which
-  // there is no line feed before m_searched, and up to m_end what was read.
+  // The buffer holds, one after the other:
+  //   0 to m_begin            lines that next has given
+  //   m_begin to m_searched   the start of the current line: no line feed is in it
+  //   m_searched to m_end     bytes that were read and not searched yet
+  //   m_end to its size       room
   std::vector<char> m_buffer;
   std::size_t m_begin = 0;
   std::size_t m_searched = 0;

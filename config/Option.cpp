@@ -10,8 +10,8 @@
 
 namespace {
 
-// What a given flag answers. An absent one has the empty value, and so no answer, like any other option.
-const char* const kGiven = "true";
+// The value of a flag that was given. An absent flag has the empty value, like any other option.
+const char* const kFlagValue = "true";
 
 const char* const kNotDefined = " is not defined.";
 const char* const kNoValueAccepted = " does not accept a value.";
@@ -23,7 +23,7 @@ const char* const kValueRequired = " requires a value.";
 
 }  // namespace
 
-// The arguments that are still to be examined.
+// The arguments that parse has not looked at yet.
 struct Option::Arguments {
   char** next;
   char** end;
@@ -37,13 +37,13 @@ void Option::addOption(const std::string& name, OptionType type, const std::stri
 }
 
 void Option::parse(int argc, char** argv) {
-  // argv may point into the arguments of the parse before, so these live until the end of this one.
+  // argv may point into the arguments of the previous parse, so those live until the end of this parse.
   const std::vector<std::string> previous = std::exchange(m_arguments, {});
   if (argc < 2) return;
   Arguments rest{argv + 1, argv + argc};
   while (!rest.empty()) {
     const std::string argument = rest.take();
-    // The checked access is what refuses an empty argument.
+    // at() throws for an empty argument.
     if (argument.at(0) != '-') {
       m_arguments.push_back(argument);
     } else if (argument.compare(0, 2, "--") == 0) {
@@ -76,9 +76,9 @@ void Option::parseLongAlone(const std::string& name, Arguments& rest) {
     case Undefined:
       fail("--", name, kNotDefined);
     case NoValue:
-      return record(name, kGiven);
+      return record(name, kFlagValue);
     case RequiredValue:
-      // Whatever follows is the value, so that negative numbers need no "=".
+      // The value may begin with a dash, so that negative numbers need no "=".
       if (rest.empty()) fail("--", name, kValueRequired);
       return record(name, rest.take());
     case OptionalValue:
@@ -87,7 +87,7 @@ void Option::parseLongAlone(const std::string& name, Arguments& rest) {
 }
 
 void Option::parseShort(const std::string& body, Arguments& rest) {
-  // One byte, or none where the argument is a lone dash.
+  // One byte; none where the argument is a lone dash.
   const std::string name = body.substr(0, 1);
   switch (type(name)) {
     case Undefined:
@@ -95,7 +95,7 @@ void Option::parseShort(const std::string& body, Arguments& rest) {
     case NoValue:
       return recordFlags(body);
     case RequiredValue:
-      // A dash here is rather the next option than a value, and attached text rather a mistyped long form.
+      // A leading dash more likely begins the next option. Attached text is more likely a long form with one dash.
       if (body != name || rest.empty() || **rest.next == '-') fail("-", name, kValueRequired);
       return record(name, rest.take());
     case OptionalValue:
@@ -106,7 +106,7 @@ void Option::parseShort(const std::string& body, Arguments& rest) {
 void Option::recordFlags(const std::string& characters) {
   for (const char character : characters) {
     const std::string name(1, character);
-    if (type(name) == NoValue) record(name, kGiven);
+    if (type(name) == NoValue) record(name, kFlagValue);
   }
 }
 
@@ -135,7 +135,7 @@ std::string Option::getString(const std::string& name) const {
   return value;
 }
 
-// The host's errno is left alone unless a conversion fails with an error of its own.
+// std::stoi and std::stod leave errno as it was, unless the number is out of range.
 int Option::getInt(const std::string& name) const {
   const std::string text = getString(name);
   return text.empty() ? 0 : std::stoi(text);

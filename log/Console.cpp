@@ -24,13 +24,14 @@ class StreamLock {
   std::FILE* const m_stream;
 };
 
-// True also where a write fails at once.
+// Waits for room up to `timeoutMs`. True also for a console on which a write fails at once.
 bool hasRoom(int fd, int timeoutMs) {
   pollfd console{fd, POLLOUT, 0};
   return ::poll(&console, 1, timeoutMs) != 0;
 }
 
-// Writes all of the line, or nothing: false for a console that has no room for the first byte.
+// Writes the line as a whole. False, with nothing written, for a console without room for the first byte. True also
+// where the console fails: such a line is dropped.
 bool tryWrite(int fd, const char* line, std::size_t size) {
   for (std::size_t done = 0; done < size;) {
     const ssize_t written = ::write(fd, line + done, size - done);
@@ -47,16 +48,16 @@ bool tryWrite(int fd, const char* line, std::size_t size) {
   return true;
 }
 
-// The same for a stream. What goes through stdio finds room, where the console tells. The stream's lock is held while a
-// line is written, which may take long on a console that blocks, and on one that has taken a part of the line. It is
-// not held while a console that does not block has no room at all.
+// The same for a stream, whose lock is held while the line is written. That takes long on a console that blocks, and on
+// one that has taken a part of the line. On a non-blocking console without room the lock is given up at once.
 bool tryPrint(std::FILE* stream, int fd, const char* line, std::size_t size) {
   const StreamLock lock(stream);
   const bool hasText = ::__fpending(stream) != 0;
-  // The first line makes stdio look what the stream leads to, as any use of it does: a terminal is line-buffered.
+  // The first use makes stdio choose the buffering, by line for a terminal. So the first line goes through stdio.
   const bool isUnused = ::__fbufsize(stream) == 0;
+  // Text that stdio writes is lost where there is no room.
   if (fd != -1 && (hasText || isUnused) && !hasRoom(fd, 0)) return false;
-  // A stream without a descriptor is something that the host has made.
+  // A stream without a descriptor is one that the host has made, over memory for example.
   const bool isThroughStdio = fd == -1 || isUnused;
   if (isThroughStdio) std::fwrite(line, 1, size, stream);
   if (isThroughStdio || hasText) std::fflush(stream);

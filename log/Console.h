@@ -1,7 +1,7 @@
 // The host's standard output, to which the logger writes whole lines.
 //
-// Lines bypass stdio's buffer, after what the host has left there: stdio drops what a console that does not block
-// refuses, without telling how much of it. For one thread; the host's threads may print meanwhile.
+// Text that the host has left in stdio's buffer goes first. The lines then bypass that buffer: stdio drops text that a
+// non-blocking console refuses, without telling how much. For one thread; the host's threads may print meanwhile.
 #ifndef LOG_CONSOLE_H
 #define LOG_CONSOLE_H
 
@@ -14,8 +14,8 @@ class Console {
  public:
   explicit Console(const std::atomic<bool>& running) : m_running(running) {}
 
-  // Returns when the line is out or cannot be written. A console without room is waited for; one that does not block is
-  // given up, before any of the line is out, once `running` is false.
+  // Waits for a console without room, and returns when the line is out or cannot be written. Once `running` is false, a
+  // line of which a non-blocking console has taken nothing is given up.
   void write(const char* line, std::size_t size);
 
  private:

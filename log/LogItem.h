@@ -10,8 +10,8 @@
 
 namespace oxu {
 
-// Copied into and out of the ring as one block, so the layout is fixed. A new record has its level; the other
-// fields are written by whoever fills it: clearing a kilobyte would add half to the cost of a push into the ring.
+// Copied into and out of the ring as one block, so the layout is fixed. A new record has a level; whoever fills it
+// writes the other fields. Clearing the text would make a push into the ring half as expensive again.
 struct LogItem {
   LogItem() : level(INFO) {}
 

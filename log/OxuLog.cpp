@@ -19,7 +19,7 @@ constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::min();
 // A tag, a time stamp, a message and the reset of the colour.
 constexpr std::size_t kMaxLineBytes = sizeof(LogItem::text) + 128;
 
-// What stands behind the escape sequence of a tag, which ends in m.
+// The tag behind its escape sequence, which ends in m.
 const char* withoutColor(const char* tag) {
   const char* const end = std::strchr(tag, 'm');
   return end != nullptr ? end + 1 : tag;
@@ -53,7 +53,7 @@ CLog::CLog()
       m_stamped_millisecond(kNever),
       m_second_text(),
       m_stamp() {
-  // The thread begins with all signals blocked, so that no handler of the host's ever runs on it.
+  // The thread inherits the mask: no handler of the host ever runs on it.
   const os_signal_all_guard undisturbed;
   os_thread_create(&m_thread, _coreThread, this, kCoreThreadPriority, 0);
 }
@@ -69,7 +69,7 @@ void CLog::setLogLevel(LogLevel level) { m_level.store(level, std::memory_order_
 
 LogLevel CLog::getLogLevel() const { return m_level.load(std::memory_order_relaxed); }
 
-// A ring that fills up does not wait for the end of the core thread's pause.
+// A record that makes the ring half full ends the core thread's pause.
 bool CLog::pushLogItem(LogItem& item) {
   if (!m_ring.push(item)) return false;
   if (m_pause.isWaiting() && m_ring.isHalfFull()) m_pause.end();
@@ -77,7 +77,7 @@ bool CLog::pushLogItem(LogItem& item) {
 }
 
 bool CLog::pushWithin(int milliseconds, LogItem& item) {
-  // Without storage there never is room, and the ring is not full.
+  // A ring without storage never gets room, and its refusals are not counted: they do not come from a full ring.
   if (m_ring.header() == nullptr) return false;
   if (os_wait_until(milliseconds, [&] { return pushLogItem(item); })) return true;
   m_refused.fetch_add(1, std::memory_order_relaxed);
@@ -86,8 +86,8 @@ bool CLog::pushWithin(int milliseconds, LogItem& item) {
 
 std::uint64_t CLog::refusedCount() const { return m_refused.load(std::memory_order_relaxed); }
 
-// The ring's own indices do not tell: readIndex moves on before the record that was taken is printed. A record that was
-// accepted is committed.
+// Each accepted record is committed, so commitIndex counts them. readIndex does not count the printed ones: it moves on
+// before the record is printed.
 bool CLog::flushWithin(int milliseconds) const {
   if (m_ring.header() == nullptr) return true;
   const std::uint64_t accepted = os_thread_sync_load(&m_ring.header()->commitIndex);
@@ -97,8 +97,8 @@ bool CLog::flushWithin(int milliseconds) const {
 void CLog::setColors(bool on) { m_colors.store(on, std::memory_order_relaxed); }
 
 void* CLog::_coreThread(void* log) {
-  // A handler of the host's must not wait for the console. With SIGPIPE blocked, a standard output whose reader has
-  // gone is a failed write and not the host's end.
+  // A handler of the host must not wait for the console. With SIGPIPE blocked, a standard output whose reader has gone
+  // makes a write fail, and does not end the host.
   os_signal_block_all();
   auto* self = static_cast<CLog*>(log);
   LogItem item;
@@ -127,8 +127,8 @@ void CLog::_printLog(LogItem& item) {
   m_console.write(line, static_cast<std::size_t>(end - line));
 }
 
-// Done once per second of log time, not once per record: localtime's text takes a system call or two, to keep up with a
-// changed time zone.
+// Done once per second of log time, not once per record: to keep up with a changed time zone, tzset may make system
+// calls.
 void CLog::startSecond(std::int64_t seconds) {
   const std::time_t time = seconds;
   std::tm local{};

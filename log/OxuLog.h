@@ -1,7 +1,12 @@
 // The process-wide console logger: a ring that any thread fills and one core thread that prints.
 //
-// createUniqueLog and destroyUniqueLog are called from one thread, the latter while no thread logs.
-// Between the two, the member operations may be called from any thread.
+// createUniqueLog and destroyUniqueLog are called from one thread, destroyUniqueLog while no thread logs. Between the
+// two calls, the member operations may be called from any thread.
+//
+// | state    | reached by                    | createUniqueLog    | getUniqueLog | destroyUniqueLog |
+// |----------|-------------------------------|--------------------|--------------|------------------|
+// | absent   | process start, a destruction  | starts the logger  | null         | no effect        |
+// | present  | creation                      | no effect          | the logger   | stops the logger |
 #ifndef LOG_OXULOG_H
 #define LOG_OXULOG_H
 
@@ -19,13 +24,10 @@ namespace oxu {
 
 class CLog {
  public:
-  // Starts the logger; without effect when there is one.
   static void createUniqueLog();
-
-  // Null before creation and after destruction.
   static CLog* getUniqueLog();
 
-  // Stops the core thread after the record that it prints, and discards those that wait.
+  // Stops the core thread after the record that it is printing, and discards the records that wait.
   static void destroyUniqueLog();
 
   // The level is kept for the host's own use; it filters nothing.
@@ -35,15 +37,16 @@ class CLog {
   // Queues a copy; false when the ring is full.
   bool pushLogItem(LogItem& item);
 
-  // The same, and waits for room, up to so many milliseconds (0 does not wait, a negative number waits without a
-  // limit). A refusal for lack of room is counted.
+  // The same, but waits for room, up to `milliseconds`: 0 does not wait, a negative number waits without a limit.
+  // Refusals for lack of room are counted.
   bool pushWithin(int milliseconds, LogItem& item);
   std::uint64_t refusedCount() const;
 
-  // True once the records that were accepted before are printed; milliseconds as above, 0 only looks.
+  // Waits until the records that were accepted before the call are printed; true then. False when `milliseconds` are
+  // over: 0 only looks, a negative number waits without a limit.
   bool flushWithin(int milliseconds) const;
 
-  // Whether the lines have the escape sequences for their colours; they have at first.
+  // Whether lines have the escape sequences for their colours; at first they have them.
   void setColors(bool on);
 
   virtual ~CLog();
@@ -69,14 +72,14 @@ class CLog {
   IdlePause m_pause;
   std::atomic<bool> m_colors;
   std::atomic<std::uint64_t> m_refused;
-  std::atomic<std::uint64_t> m_printed;  // records, all of which are out
+  std::atomic<std::uint64_t> m_printed;  // number of records that are out
 
-  // The core thread's alone: the console, the time of the latest record, and that time as text, blanks around it.
+  // Used by the core thread alone.
   Console m_console;
-  std::int64_t m_stamped_second;
-  std::int64_t m_stamped_millisecond;
-  char m_second_text[48];
-  char m_stamp[80];
+  std::int64_t m_stamped_second;       // of the latest record
+  std::int64_t m_stamped_millisecond;  // of the latest record
+  char m_second_text[48];              // the stamped second, from the bracket to the point
+  char m_stamp[80];                    // the whole stamp, blanks around it
 };
 
 }  // namespace oxu

@@ -7,7 +7,7 @@
 
 namespace {
 
-// Formatting is limited to one byte less than the field; a message that does not fit is refused
+// The room for a message and its NUL is one byte less than the field. A message that does not fit is refused as a
 // whole.
 constexpr std::size_t kFormatLimit = sizeof(oxu::LogItem::text) - 1;
 
@@ -24,7 +24,7 @@ bool pushFormatted(int milliseconds, int level, const char* format, va_list argu
   item.level = static_cast<oxu::LogLevel>(level);
   stampWithNow(item);
   const int length = std::vsnprintf(item.text, kFormatLimit, format, arguments);
-  // As unsigned, so that a negative result, a message that cannot be formatted, is too long as well.
+  // Unsigned: the negative length of a message that cannot be formatted is too long as well.
   if (static_cast<unsigned>(length) >= kFormatLimit) return false;
   oxu::CLog* log = oxu::CLog::getUniqueLog();
   return log != nullptr && log->pushWithin(milliseconds, item);

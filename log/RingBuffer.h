@@ -5,10 +5,11 @@
 // | present | false only when it is full | false only when no committed record waits |
 // | none    | false                      | false                                     |
 //
-// push may be called from any number of threads at once, pop from one thread; neither waits for room or for
-// records. A push waits only for producers that reserved a slot before it and are still copying, so in a forked
-// child, which has none of the other producers, it may wait for ever. The owner destroys the ring when no thread
-// uses it any more; records in it are dropped.
+// push may be called from any number of threads at once, pop from one thread. Neither waits for room or for records. A
+// push waits only for producers that reserved a slot before it and are still copying. In a forked child those producers
+// do not exist, and a push may wait for ever.
+//
+// The owner destroys the ring when no thread uses it any more; the records in it are dropped.
 #ifndef LOG_RINGBUFFER_H
 #define LOG_RINGBUFFER_H
 
@@ -29,13 +30,13 @@
 //   I1  readIndex <= commitIndex <= reserveIndex
 //   I2  reserveIndex - readIndex <= capacity - 1: one slot stays empty, which tells full from empty.
 //   I3  Slots from readIndex up to commitIndex hold whole records, which nobody changes.
-//   I4  Slots from commitIndex up to reserveIndex belong each to the producer that reserved it.
+//   I4  Each slot from commitIndex up to reserveIndex belongs to the producer that reserved it.
 struct RingHeader {
-  std::uint64_t count;  // committed and not yet taken, for observers; no decision reads it
+  std::uint64_t count;  // records that are committed and not yet popped; for observers, no decision reads it
   std::uint64_t capacity;
-  std::uint64_t reserveIndex;  // next slot to hand to a producer
-  std::uint64_t readIndex;     // next slot to take
-  std::uint64_t commitIndex;   // slots below it hold complete records
+  std::uint64_t reserveIndex;  // next slot for a producer
+  std::uint64_t readIndex;     // next slot for the consumer
+  std::uint64_t commitIndex;   // slots below it hold whole records
   std::uint32_t itemSize;
   std::uint32_t magic;
 };
@@ -54,8 +55,8 @@ class CRingBuffer {
   static constexpr std::uint32_t kMagic = 20231020;
   static constexpr std::uint64_t kDefaultCapacity = 128;
 
-  // Makes a ring of the largest power of two of slots that `requested` holds, of 128 for a request
-  // of 0 or 1. It holds one record less than it has slots. Without memory the ring has no storage.
+  // Makes a ring of `requested` slots, rounded down to a power of two; of 128 slots for a request of 0 or 1. The ring
+  // holds one record less than it has slots. Where memory runs out, it has no storage.
   explicit CRingBuffer(std::uint64_t requested) { createStorage(capacityFor(requested)); }
 
   virtual ~CRingBuffer() { releaseStorage(); }
@@ -66,7 +67,7 @@ class CRingBuffer {
   bool push(const Item& item);
   bool pop(Item& item);
 
-  // Whether records wait in half of the slots or more, as far as a moment can tell.
+  // Whether records wait in half of the slots or more at the moment of the call.
   bool isHalfFull() const;
 
   // Null without storage.
@@ -97,8 +98,7 @@ bool CRingBuffer<Item>::push(const Item& item) {
   if (m_header == nullptr || !reserve(slot)) return false;
   std::memcpy(&m_items[positionOf(slot)], &item, sizeof(Item));
   awaitTurn(slot);
-  // Publishes the record, in reservation order: the consumer that loads slot + 1 sees the whole
-  // copy.
+  // Publishes the record, in the order of reservation: a consumer that loads slot + 1 sees the whole copy.
   while (!os_thread_sync_compare_and_swap(&m_header->commitIndex, slot, slot + 1)) {
     pauseForEarlierProducers();
     awaitTurn(slot);
@@ -107,10 +107,12 @@ bool CRingBuffer<Item>::push(const Item& item) {
   return true;
 }
 
-// Looks whether the earlier producers have committed, a bounded number of times, so that the swap is tried when it can
-// succeed. A look only decides when: the swap alone commits. The first looks wait for a copy on another processor. The
-// others let producers on this one go on, and together take longer than the pause after a failed swap: so one producer
-// in its pause does not send all later ones into theirs, one behind the other.
+// Waits until the earlier producers have committed, for a bounded number of looks, so that the swap of the caller is
+// likely to succeed. That swap alone commits.
+//
+// The first looks wait for a copy that runs on another processor. The others let producers on this processor go on.
+// Together they take longer than the pause after a failed swap: one producer in its pause does not send all later ones
+// into theirs, one behind the other.
 template <class Item>
 void CRingBuffer<Item>::awaitTurn(std::uint64_t slot) const {
   constexpr int kLooks = 256;
@@ -130,14 +132,13 @@ bool CRingBuffer<Item>::reserve(std::uint64_t& slot) {
     slot = os_thread_sync_load(&m_header->reserveIndex);
     const std::uint64_t read = os_thread_sync_load(&m_header->readIndex);
     if (positionOf(slot + 1) != positionOf(read)) {
-      // Success means that reserveIndex stood at `slot` since its load, so `read` was no later than
-      // it and the slot was free then; readIndex has only grown since. From here the slot is ours
-      // (I4).
+      // Success means that reserveIndex stood at `slot` since its load. So `read`, loaded after it, was no later than
+      // `slot`, and the slot was free. readIndex has only grown since. From here the slot is ours (I4).
       if (os_thread_sync_compare_and_swap(&m_header->reserveIndex, slot, slot + 1)) return true;
     } else if (os_thread_sync_load(&m_header->reserveIndex) == slot) {
-      // Overtaken between the first two loads, `read` may lie beyond `slot`, and the match says
-      // nothing. But reserveIndex only grows: unchanged in this third load, it stood at `slot` when
-      // `read` was loaded, and by I2 the ring was full at that moment.
+      // The ring is full, unless others overtook this producer between its first two loads: `read` may lie beyond
+      // `slot` then, and the match says nothing. But reserveIndex only grows. Unchanged in this third load, it stood at
+      // `slot` when `read` was loaded, and by I2 the ring was full at that moment.
       return false;
     }
   }
@@ -149,11 +150,11 @@ bool CRingBuffer<Item>::pop(Item& item) {
   std::uint64_t slot = 0;
   do {
     slot = os_thread_sync_load(&m_header->readIndex);
-    // Observes every copy that was committed below it (I3).
+    // Observes every copy below commitIndex (I3).
     const std::uint64_t committed = os_thread_sync_load(&m_header->commitIndex);
     if (positionOf(slot) == positionOf(committed)) return false;
     std::memcpy(&item, &m_items[positionOf(slot)], sizeof(Item));
-    // The copy comes before the slot is given up: no producer reuses a slot that is being read.
+    // The swap gives the slot up after the copy: no producer reuses a slot that is being read.
   } while (!os_thread_sync_compare_and_swap(&m_header->readIndex, slot, slot + 1));
   os_thread_sync_fetch_sub(&m_header->count);
   return true;
@@ -162,7 +163,7 @@ bool CRingBuffer<Item>::pop(Item& item) {
 template <class Item>
 bool CRingBuffer<Item>::isHalfFull() const {
   if (m_header == nullptr) return false;
-  // In this order, so that the difference is never negative.
+  // readIndex is loaded first, so that the difference is never negative.
   const std::uint64_t read = os_thread_sync_load(&m_header->readIndex);
   return os_thread_sync_load(&m_header->commitIndex) - read >= m_header->capacity / 2;
 }

@@ -9,8 +9,7 @@
 
 namespace {
 
-// The present time and so much more.
-os_clock_time timeAfter(std::int64_t nanoseconds) {
+os_clock_time nowPlus(std::int64_t nanoseconds) {
   os_clock_time time{};
   os_clock_get_time(kOsClockMonotonic, &time, kOsClockAbsolute);
   time.nanoseconds += nanoseconds;
@@ -43,22 +42,22 @@ bool os_clock_nano_sleep(const os_clock_time* time, int /*mode*/) {
   const timespec deadline{time->seconds, time->nanoseconds};
   const os_thread_cancel_guard uncancelled;
   int error = EINTR;
-  // The deadline is absolute, so a sleep that a signal ended is resumed with what is left of it.
+  // The deadline is absolute: after a signal, only the rest of the time is slept.
   while (error == EINTR) error = ::clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &deadline, nullptr);
   return error == 0;
 }
 
 os_deadline::os_deadline(int milliseconds)
-    : m_is_endless(milliseconds < 0), m_end(timeAfter(std::max(milliseconds, 0) * kNanosecondsPerMs)) {}
+    : m_is_endless(milliseconds < 0), m_end(nowPlus(std::max(milliseconds, 0) * kNanosecondsPerMs)) {}
 
 int os_deadline::remainingMs() const {
   if (m_is_endless) return -1;
-  const std::int64_t ns = nanosecondsBetween(timeAfter(0), m_end) + kNanosecondsPerMs - 1;
+  const std::int64_t ns = nanosecondsBetween(nowPlus(0), m_end) + kNanosecondsPerMs - 1;
   return static_cast<int>(std::max<std::int64_t>(ns / kNanosecondsPerMs, 0));
 }
 
 void os_deadline::sleep(std::int64_t nanoseconds) const {
-  os_clock_time until = timeAfter(nanoseconds);
+  os_clock_time until = nowPlus(nanoseconds);
   if (!m_is_endless && nanosecondsBetween(until, m_end) < 0) until = m_end;
   os_clock_nano_sleep(&until, kOsClockAbsolute);
 }

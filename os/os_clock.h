@@ -15,30 +15,30 @@ constexpr std::int64_t kNanosecondsPerMs = 1000000;
 constexpr int kOsClockMonotonic = 1;
 constexpr int kOsClockAbsolute = 1;
 
-// Fills `time` with the present time of clock 1, the monotonic clock, the only one that there is.
+// Stores the present time of clock 1, the monotonic clock, in `time`. There is no other clock.
 bool os_clock_get_time(int clock, os_clock_time* time, int mode);
 
-// Carries whole seconds out of the nanosecond field, which is 0 to 999999999 afterwards.
+// Carries whole seconds over, so that the nanosecond field is 0 to 999999999 afterwards.
 void os_clock_adjust_clock_time(os_clock_time* time);
 
-// Sleeps until the monotonic clock reaches `time` (mode 1, an absolute deadline). Neither signals nor a request
-// to cancel the thread shorten the sleep. False when `time` is not normalised.
+// Sleeps until the monotonic clock reaches `time`, an absolute deadline (mode 1). Neither a signal nor a request to
+// cancel the thread shortens the sleep. False when the nanosecond field is out of its range.
 bool os_clock_nano_sleep(const os_clock_time* time, int mode);
 
-// The end of a wait of `milliseconds`, which may be 0; a negative number stands for a wait without an end.
+// The end of a wait of `milliseconds` from now; a negative number stands for a wait without an end.
 class os_deadline {
  public:
   explicit os_deadline(int milliseconds);
 
-  // What poll is to be given: rounded up, so that poll never returns early; -1 without an end.
+  // The time-out for poll: rounded up, so that poll does not return early; -1 without an end.
   int remainingMs() const;
 
   bool isOver() const { return remainingMs() == 0; }
 
-  // On the monotonic clock; means nothing without an end.
+  // On the monotonic clock. Without an end, a time that means nothing.
   const os_clock_time& end() const { return m_end; }
 
-  // Sleeps for so long, but not beyond the end.
+  // Sleeps for `nanoseconds`, but not beyond the end.
   void sleep(std::int64_t nanoseconds) const;
 
  private:

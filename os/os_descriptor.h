@@ -1,17 +1,17 @@
-// Descriptor numbers.
+// Making and closing descriptors. The numbers 0 to 2 are free in a host that has closed its standard descriptors. What
+// such a host prints must not end up in a pipe or socket of the library. Every function may be called from any thread.
 #ifndef OS_DESCRIPTOR_H
 #define OS_DESCRIPTOR_H
 
-// Moves a descriptor off the numbers of the standard ones, which a host that has closed its own leaves free: what
-// such a host prints must not end up in a pipe or socket of the library. Returns the number that it has now, with
-// close-on-exec set where it was moved. Best effort: where it cannot be moved it stays.
+// Moves a descriptor off the numbers 0 to 2, and returns its new number, which is close-on-exec. A descriptor that has
+// another number, or that cannot be moved, is returned as it is.
 int os_descriptor_off_standard(int fd);
 
 // Closes a descriptor unless it is -1, and sets it to -1. Leaves errno alone.
 void os_descriptor_close(int& fd);
 
-// Makes a pipe for this process alone: both ends are moved off the standard numbers and close-on-exec, best effort.
-// False, with errno telling why, when there is no pipe.
+// Makes a pipe whose ends are close-on-exec and above 2, each where that is possible. False, with errno telling why,
+// when no pipe can be made.
 bool os_descriptor_pipe(int (&fds)[2]);
 
 #endif

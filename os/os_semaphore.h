@@ -1,10 +1,11 @@
-// A counting semaphore of the portability library.
+// A counting semaphore of the portability library. post and wait may be called from any thread; they take no lock and
+// allocate nothing.
 #ifndef OS_SEMAPHORE_H
 #define OS_SEMAPHORE_H
 
 #include <semaphore.h>
 
-// Begins with a count of 0. post and wait may be called from any thread; they take no lock and allocate nothing.
+// Begins with a count of 0.
 class os_semaphore {
  public:
   os_semaphore();
@@ -15,8 +16,8 @@ class os_semaphore {
   // Adds one to the count.
   void post();
 
-  // Takes one from the count, for which it waits up to `milliseconds` (negative: without a limit) of the monotonic
-  // clock. False when the time is over. Signals do not shorten the wait.
+  // Waits until the count is above 0 and takes one from it. False when `milliseconds` of the monotonic clock are over;
+  // a negative number waits without a limit. Signals do not shorten the wait.
   bool wait(int milliseconds);
 
  private:

@@ -1,5 +1,5 @@
-// The releasing side of the portability library's shared memory: what an owner of a mapped segment
-// calls to give it back.
+// The releasing side of the portability library's shared memory: what the owner of a mapped segment calls to give it
+// back. A segment is used by one thread at a time.
 #ifndef OS_SHAREMEMORY_H
 #define OS_SHAREMEMORY_H
 
@@ -14,8 +14,8 @@ struct os_sharememory {
 
 using os_sharememory_handle = os_sharememory*;
 
-// Unmaps the segment. With `owner` 1 its name is removed as well, so that the memory goes with the
-// last mapping; with 0 other processes can still attach it.
+// Unmaps the segment. With `owner` 1 its name is removed as well, so the memory is freed with the last mapping; with 0
+// other processes can still attach the segment.
 void os_sharememory_close(os_sharememory_handle handle, int owner);
 
 // Frees the handle (made by new) and sets it to null.

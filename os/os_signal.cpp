@@ -59,7 +59,7 @@ void os_signal_reset_for_exec() {
     // Fails for the signals that the C library keeps to itself.
     if (::sigaction(signal, nullptr, &action) == -1) continue;
     if (action.sa_handler == SIG_IGN && signal != SIGPIPE) continue;
-    // Ignoring a signal drops it. A child that stopped here would stop its parent, which waits for it in vfork.
+    // Ignoring a signal drops a pending one. A child that stopped here would stop its parent, which waits in vfork.
     if (isTerminalStop(signal)) setAction(signal, SIG_IGN);
     if (action.sa_handler != SIG_DFL || isTerminalStop(signal)) setAction(signal, SIG_DFL);
   }
@@ -75,8 +75,8 @@ os_signal_pipe_guard::os_signal_pipe_guard() : m_previous(), m_was_pending(isPip
 
 os_signal_pipe_guard::~os_signal_pipe_guard() {
   const int error = errno;
-  // A SIGPIPE that was pending before is the host's; one that came since is ours, and is taken here
-  // before the mask would let it through.
+  // A SIGPIPE that was pending before is the host's. A later one comes from this thread's write, and is taken before
+  // the old mask would let it through.
   if (!m_was_pending && isPipeSignalPending()) {
     const sigset_t set = pipeSignal();
     const timespec noWait{};

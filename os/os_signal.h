@@ -1,4 +1,4 @@
-// Signal masks of the portability library.
+// Signal masks of the portability library. Each function and guard acts on the calling thread alone.
 #ifndef OS_SIGNAL_H
 #define OS_SIGNAL_H
 
@@ -6,11 +6,11 @@
 
 #include "os/os_thread.h"
 
-// Blocks every signal for the calling thread, for good, but those that report a fault of its own
-// (SIGSEGV and the like), which a host's crash handler must still see.
+// Blocks all signals for good, but those that report a fault of the thread itself (SIGSEGV and the like): a host's
+// crash handler must still see these.
 void os_signal_block_all();
 
-// While it lives, no signal reaches the calling thread, and no request to cancel the thread ends it. A child or thread
+// While the guard lives, no signal reaches the thread, and no request to cancel the thread ends it. A child or thread
 // that is made meanwhile begins with all signals blocked.
 class os_signal_all_guard {
  public:
@@ -24,13 +24,14 @@ class os_signal_all_guard {
   os_thread_cancel_guard m_uncancelled;
 };
 
-// For a child right before it executes a program: signals that the parent handles get their default action, and so does
-// an ignored SIGPIPE; other ignored signals stay ignored. A stop from the terminal that still waits, which the parent's
-// group was meant to get, is dropped. Then nothing is blocked any more. Makes system calls only.
+// For a child right before it executes a program. Makes system calls only.
+// - SIGPIPE, and each signal that the parent handles, gets its default action. Other ignored signals stay ignored.
+// - A pending stop from the terminal is dropped: it was meant for the parent's group.
+// - Then no signal is blocked any more.
 void os_signal_reset_for_exec();
 
-// While it lives, a write of this thread to a pipe or socket without a reader fails with EPIPE and
-// raises no SIGPIPE. The host's handlers and the mask of before are left as they were.
+// While the guard lives, a write of the thread to a pipe or socket without a reader fails with EPIPE and raises no
+// SIGPIPE. The host's handlers are not touched; the guard's end restores the mask.
 class os_signal_pipe_guard {
  public:
   os_signal_pipe_guard();

@@ -16,7 +16,7 @@ constexpr int kNoRoomPauseMs = 100;
 
 thread_local int lastError = 0;
 
-// Passes a call's result on, and keeps the reason of a failure.
+// Returns a call's result, and keeps the reason of a failure for os_socket_get_errno_code.
 template <typename Result>
 int checked(Result result) {
   if (result == -1) lastError = errno;
@@ -31,8 +31,8 @@ int failed(int error) {
 sockaddr* toSockaddr(void* address) { return static_cast<sockaddr*>(address); }
 const sockaddr* toSockaddr(const void* address) { return static_cast<const sockaddr*>(address); }
 
-// Passes a new handle on, away from the numbers of the standard descriptors: what a host that has closed its own
-// prints would go to the peer.
+// The number of a new handle off 0 to 2. A handle that keeps such a number is closed: in a host without standard
+// descriptors, what the host prints would go to the peer.
 int offStandardNumbers(int fd) {
   const int moved = os_descriptor_off_standard(fd);
   if (moved == -1 || moved > STDERR_FILENO) return moved;
@@ -57,7 +57,7 @@ int os_socket(int family, int type, int protocol, RT_MODE /*mode*/) {
 
 int os_socket_accept(int fd, void* address, socklen_t* length, RT_MODE /*mode*/) {
   const int client = offStandardNumbers(checked(::accept4(fd, toSockaddr(address), length, SOCK_CLOEXEC)));
-  // The connection stays in the queue, so a caller's loop finds it again at once.
+  // The connection stays in the queue, so without the pause a caller's loop would find it again at once.
   if (client == -1 && isLackOfRoom(lastError)) os_thread_sleep_milliseconds(kNoRoomPauseMs, 0);
   return client;
 }
@@ -119,7 +119,7 @@ bool os_socket_set_recv_timeout(int fd, int milliseconds, RT_MODE mode) {
   return setTimeout(fd, SO_RCVTIMEO, milliseconds, mode);
 }
 
-// Off is how a handle begins; one that is attached may come from elsewhere.
+// A new handle has this option off. A handle that a host made and attached may have it on.
 bool os_socket_disable_udp_unreached_report(int fd) {
   const int off = 0;
   return os_socket_set_sock_opt(fd, IPPROTO_IP, IP_RECVERR, &off, sizeof off, 0);

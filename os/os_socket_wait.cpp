@@ -13,11 +13,12 @@
 
 namespace {
 
-// What has happened to the handle; 0 when the time is over. poll, unlike getsockopt, leaves a pending error pending.
+// The events of the handle; POLLNVAL where poll fails, 0 when the time is over. Unlike getsockopt, poll leaves a
+// pending error pending.
 int pollOne(int fd, short events, int timeoutMs) {
   if (fd < 0) return POLLNVAL;
   pollfd handle{fd, events, 0};
-  // On a busy handle this look is enough, and no clock is asked.
+  // On a busy handle this first call is enough, and no clock is asked.
   int ready = ::poll(&handle, 1, 0);
   if (ready != 1 && timeoutMs != 0) {
     const os_deadline deadline(timeoutMs);
@@ -28,8 +29,8 @@ int pollOne(int fd, short events, int timeoutMs) {
   return ready == -1 ? POLLNVAL : handle.revents;
 }
 
-// False for a stream handle that has no peer and never had one. The system keeps its counts of a connection that is
-// over: the first thing delivered in each, and acknowledged where the connection was begun here, is its opening.
+// False for a stream handle that never had a peer. The system keeps the counts of a connection that is over, and the
+// opening of a connection counts in at least one of them.
 bool wasEverConnected(int fd) {
   tcp_info info{};
   socklen_t size = sizeof info;
@@ -37,7 +38,7 @@ bool wasEverConnected(int fd) {
   return info.tcpi_delivered != 0 || info.tcpi_bytes_acked != 0 || info.tcpi_bytes_received != 0;
 }
 
-// poll calls a stream handle writable once a third of its send buffer is free. A write would not block with less.
+// poll reports a stream handle as writable once a third of its send buffer is free. A write needs less.
 bool isConnectedWithRoom(int fd) {
   std::uint32_t memory[SK_MEMINFO_VARS] = {};
   socklen_t size = sizeof memory;
@@ -59,7 +60,7 @@ bool report(bool isReady, int events, int* result) {
 
 bool os_socket_readable(int fd, int timeoutMs, int* result, RT_MODE /*mode*/) {
   const int events = pollOne(fd, POLLIN, timeoutMs);
-  // POLLHUP alone is a stream handle that neither listens nor was ever connected: nothing can come there.
+  // POLLHUP alone means a stream handle that neither listens nor was ever connected. Nothing can arrive there.
   return report((events & (POLLIN | POLLERR)) != 0, events, result);
 }
 
@@ -71,8 +72,8 @@ bool os_socket_writable(int fd, int timeoutMs, int* result, RT_MODE /*mode*/) {
   return report(isReady, events, result);
 }
 
-// A pending error stands until the unread bytes in front of it have been taken. Once it has been collected, the link
-// looks like one that was closed in order: the next read gives its end, the next write fails.
+// A pending error counts once the unread bytes in front of it have been read. After the error has been collected, the
+// link looks like one that the peer closed in order: the next read gives the end, the next write fails.
 bool os_socket_is_link_broken(int fd, RT_MODE /*mode*/) {
   const int events = pollOne(fd, POLLIN, 0);
   return (events & POLLNVAL) != 0 || ((events & POLLERR) != 0 && !hasUnreadBytes(fd));

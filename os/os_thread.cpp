@@ -15,23 +15,23 @@ constexpr std::size_t kLeastStackBytes = 256UL * 1024;
 
 enum class State {
   kRunning,
-  kEnded,    // its function has returned; it stands in the list of ended threads
-  kClaimed,  // os_thread_join joins it natively
-  kReaped,   // it was joined natively, and its stack is gone
+  kEnded,    // the function has returned, and the thread is in the list of ended ones
+  kClaimed,  // os_thread_join joins the native thread
+  kReaped,   // the native thread is joined, and its stack is gone
 };
 
 struct Thread {
   os_thread_function function;
   void* argument;
   void* result;
-  pthread_t id;  // this and what follows: guarded by the mutex
+  pthread_t id;  // the mutex guards this member and the next two
   State state;
   Thread* next;
 };
 
-// The native thread of an ended one holds its stack until it is joined. A host may leave thousands of ended
-// threads unjoined, so each thread that starts or ends joins those in this list that are gone by then; it
-// never waits for one. What is left in the list are threads on their last few instructions.
+// A native thread holds its stack until it is joined, and a host may leave thousands of ended threads unjoined. So each
+// thread that starts or ends joins the native threads of this list that are gone by then; it waits for none. Only
+// threads on their last few instructions stay in the list.
 pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
 Thread* ended = nullptr;
 
@@ -58,7 +58,7 @@ void reapEnded() {
   }
 }
 
-// Lists the thread when its function returns, or leaves by pthread_exit.
+// Puts the thread into the list when its function returns or leaves by pthread_exit.
 class EndOfThread {
  public:
   explicit EndOfThread(Thread* thread) : m_thread(thread) {}
@@ -86,7 +86,7 @@ void* run(void* argument) {
   return nullptr;
 }
 
-// A host can have made its default stack smaller than what the library's own threads keep there.
+// A host may have set a default stack that is too small for what the library's threads keep there.
 bool startNative(pthread_t* id, Thread* thread) {
   pthread_attr_t attributes;
   if (::pthread_attr_init(&attributes) != 0) return false;
@@ -98,7 +98,7 @@ bool startNative(pthread_t* id, Thread* thread) {
   return isStarted;
 }
 
-// True when the caller has to join the thread natively, false when that is done.
+// True when the caller has to join the native thread, false when that is done.
 bool claim(Thread* thread) {
   const Lock lock;
   if (thread->state == State::kReaped) return false;

@@ -1,4 +1,4 @@
-// Threads and atomic operations of the portability library.
+// Threads and atomic operations of the portability library. Every function may be called from any thread.
 #ifndef OS_THREAD_H
 #define OS_THREAD_H
 
@@ -7,23 +7,22 @@
 using os_thread_handle = std::uint64_t;  // 0 stands for no thread
 using os_thread_function = void* (*)(void*);
 
-// Starts a joinable thread that runs function(argument), and stores its handle. False, with the
-// handle left as it was, when no thread can be started. Priority and option are accepted and
-// ignored.
+// Starts a joinable thread that runs function(argument), and stores its handle. False, with the handle left as it was,
+// when no thread can be started. Priority and option are accepted and ignored.
 //
-// Every handle is joined exactly once. A thread that has ended costs a small record until then: its stack
-// goes when the next thread starts or ends.
+// The caller joins every handle exactly once. Until then a thread that has ended costs a small record; its stack goes
+// when the next thread starts or ends.
 bool os_thread_create(os_thread_handle* handle, os_thread_function function, void* argument, int priority, int option);
 
-// Waits until the thread has ended, its thread-local objects destroyed, and releases the handle. With `result`
-// not null, what the thread's function returned is stored there. False at once for a thread that joins itself,
-// and for handle 0. A thread that is cancelled waits on.
+// Waits until the thread has ended and its thread-local objects are destroyed, and releases the handle. Where `result`
+// is not null, stores there what the thread's function returned. False at once for a thread that joins itself, and for
+// handle 0. A request to cancel the caller does not end the wait.
 bool os_thread_join(os_thread_handle handle, void** result);
 
 // Sleeps for `milliseconds`, whatever signals arrive meanwhile.
 void os_thread_sleep_milliseconds(std::int64_t milliseconds, int option);
 
-// While it lives, a request to cancel the calling thread waits: what the thread is at does not end half done.
+// While the guard lives, a request to cancel the calling thread waits, so that nothing is left half done.
 class os_thread_cancel_guard {
  public:
   os_thread_cancel_guard();
@@ -35,10 +34,10 @@ class os_thread_cancel_guard {
   int m_previous;
 };
 
-// Lets another thread run that waits for a processor.
+// Gives the processor to another thread that waits for one.
 void os_thread_yield();
 
-// Tells the processor that the thread waits in a loop for another one.
+// Tells the processor that the thread waits in a loop for another thread.
 inline void os_thread_relax() { __builtin_ia32_pause(); }
 
 // Atomic operations on 64-bit words; all of them are sequentially consistent.
@@ -56,7 +55,7 @@ inline std::uint64_t os_thread_sync_fetch_sub(std::uint64_t* word) {
   return __atomic_sub_fetch(word, 1, __ATOMIC_SEQ_CST);
 }
 
-// Reads a word that other threads change: an ordinary load instruction.
+// Reads a word that other threads change. Compiles to an ordinary load.
 inline std::uint64_t os_thread_sync_load(const std::uint64_t* word) { return __atomic_load_n(word, __ATOMIC_SEQ_CST); }
 
 #endif

@@ -1,4 +1,4 @@
-// Waiting with a limit for what no system call waits for.
+// Waiting, with a limit, for a condition that no system call waits for. From any thread.
 #ifndef OS_WAIT_H
 #define OS_WAIT_H
 
@@ -6,7 +6,7 @@
 
 #include "os/os_clock.h"
 
-// Looks until `holds()` is true, first at once, then after pauses that grow from 50 microseconds to 2 milliseconds.
+// Calls `holds` until it returns true: at once, then after pauses that grow from 50 microseconds to 2 milliseconds.
 // False when `milliseconds` are over: 0 only looks, a negative number waits without a limit. Takes no lock.
 template <class Condition>
 bool os_wait_until(int milliseconds, const Condition& holds) {

@@ -1,5 +1,4 @@
-/// What libOxuTool exports. Everything that does not carry OXU_EXPORT is built with hidden
-/// visibility.
+/// What libOxuTool exports carries OXU_EXPORT. Everything else is built with hidden visibility.
 #ifndef OXU_EXPORT_H
 #define OXU_EXPORT_H
 

@@ -1,4 +1,4 @@
-/// Takes a byte stream apart into the frames that ProtocolToString packs, however the stream is split.
+/// Takes a byte stream apart into the frames that ProtocolToString packs, wherever the stream is split.
 ///
 ///     oxu::FrameReader reader;  // one per connection
 ///     const bool isSound = reader.add(data, size);
@@ -7,18 +7,23 @@
 ///
 /// | state  | reached by              | add                             | next                             |
 /// |--------|-------------------------|---------------------------------|----------------------------------|
-/// | sound  | construction            | true; false where it breaks off | a whole frame, or false          |
-/// | broken | add, by what it brought | false, and takes nothing        | the frames before, then false    |
+/// | sound  | construction            | true; false where it breaks     | a whole frame, or false          |
+/// | broken | an add that broke it    | false, takes nothing            | the frames before, then false    |
 ///
-/// A stream breaks at the first frame whose length field is below 3, or below 3 + its name, or which is longer than
-/// the limit. That is known as soon as the field has arrived: with the first four bytes of the frame, or with seven for
-/// the name. Nobody knows where the next frame would begin, so a broken reader stays broken.
+/// A stream breaks at the first frame
+/// - whose length field is below 3, or which is longer than the limit: known from the first 4 bytes of the frame;
+/// - whose length field is below 3 + the length of its name: known from the first 7 bytes.
 ///
-/// Work is proportional to the bytes that arrive, memory to those that are kept, however they are split. Whole frames
-/// are kept until next takes them. A host that takes them all after each add keeps one unfinished frame at most.
+/// Nobody knows where the next frame would begin, so a broken reader stays broken.
 ///
-/// Where memory runs out, std::bad_alloc passes to the caller. add has taken nothing then, and the frame that next was
-/// to give is still there. Threads: a reader is used by one at a time. A copy is independent.
+/// Work is proportional to the bytes that arrive, memory to the bytes that are kept, wherever the stream is split.
+/// Whole frames are kept until next gives them. A host that takes all of them after each add keeps one unfinished frame
+/// at most.
+///
+/// Where memory runs out, std::bad_alloc passes to the caller. An add that throws has taken nothing; a next that throws
+/// leaves its frame in the reader.
+///
+/// Threads: a reader is used by one thread at a time. A copy is independent.
 #ifndef OXU_FRAMEREADER_H
 #define OXU_FRAMEREADER_H
 
@@ -30,32 +35,32 @@
 namespace oxu {
 
 struct Frame {
-  int type = 0;  ///< 0 to 255.
+  int type = 0;  ///< 0 to 255
   std::string name;
   std::string body;
 };
 
 class OXU_EXPORT FrameReader {
  public:
-  /// The limit is the size of the longest frame that is accepted, its length field included.
+  /// `maxFrameBytes` is the size of the longest frame that is accepted, its length field included.
   FrameReader(std::size_t maxFrameBytes = 1 << 20);
 
-  // No move: it would leave the source with positions in a text that is empty.
+  // Copied even where it could be moved: a move would leave the source with positions in an empty text.
   FrameReader(const FrameReader&) = default;
   FrameReader& operator=(const FrameReader&) = default;
 
-  /// Takes a copy of the next `size` bytes of the stream. False when they break it, though whole frames may be among
-  /// them, and ever after.
+  /// Takes a copy of the next `size` bytes of the stream. False from the bytes on that break the stream. Whole frames
+  /// in front of the break are kept for next.
   bool add(const char* data, std::size_t size);
 
-  /// Gives the next whole frame, in the order of the stream. False, and `frame` as it was, when there is none.
+  /// Gives the next whole frame, in the order of the stream. False when there is none; `frame` is left as it was then.
   bool next(Frame& frame);
 
-  /// True from the `add` that broke the stream, even while there are frames for next.
+  /// True from the add on that broke the stream, even while next still has frames to give.
   bool isBroken() const { return m_isBroken; }
 
-  /// How many of the bytes taken stand behind the last whole frame. At the end of a stream: what has arrived of a
-  /// frame that was cut off.
+  /// The number of bytes behind the last whole frame. At the end of a stream they are what has arrived of a frame that
+  /// was cut off.
   std::size_t unfinishedBytes() const { return m_bytes.size() - m_wholeEnd; }
 
  private:
@@ -64,10 +69,9 @@ class OXU_EXPORT FrameReader {
 
   std::size_t m_maxFrameBytes;
   bool m_isBroken = false;
-  // Frames that next has given end at m_taken, those that it has yet to give at m_wholeEnd.
   std::string m_bytes;
-  std::size_t m_taken = 0;
-  std::size_t m_wholeEnd = 0;
+  std::size_t m_taken = 0;     // up to here: frames that next has given
+  std::size_t m_wholeEnd = 0;  // up to here: whole frames that next has yet to give; behind it: an unfinished one
 };
 
 }  // namespace oxu

@@ -4,8 +4,8 @@
 
 #include <cstdint>
 
-// Some of these names are macros in many builds (-DDEBUG). They are set aside for this declaration
-// and come back after it; a source file that has such a macro passes the level as a number.
+// Some of these names are macros in many builds (-DDEBUG). Such macros are set aside here and restored below. A source
+// file that has one of them passes the level as a number.
 #pragma push_macro("TEST")
 #pragma push_macro("DEBUG")
 #pragma push_macro("INFO")
@@ -19,8 +19,8 @@
 
 namespace oxu {
 
-/// Unscoped, so that push_log(oxu::INFO, ...) takes it as the int that it is. Any other 32-bit
-/// value is allowed as well: it travels unchanged and is printed with an empty tag.
+/// The levels that have a tag. Unscoped, so that push_log, which takes an int, takes oxu::INFO. Any other 32-bit value
+/// is allowed as well: it travels unchanged and is printed with an empty tag.
 enum LogLevel : std::int32_t {
   TEST = 0,
   DEBUG = 1,

@@ -8,8 +8,8 @@
 
 namespace OS {
 
-/// Owns the mutex that a derived class creates. lock and unlock may be called from any thread;
-/// nobody holds the mutex when it is destroyed.
+/// Owns the mutex that a derived class creates. lock and unlock may be called from any thread. No thread holds the
+/// mutex when the object is destroyed.
 class OXU_EXPORT TBaseMutex {
  public:
   virtual ~TBaseMutex();
@@ -25,7 +25,8 @@ class OXU_EXPORT TBaseMutex {
   std::uint64_t m_handle = 0;
 };
 
-/// The thread that holds it may lock it again, and unlocks it as often.
+/// The thread that holds the mutex may lock it again. It unlocks the mutex as often as it has locked it. Where the
+/// system gives no mutex, lock and unlock do nothing.
 class OXU_EXPORT TRecursiveMutex : public TBaseMutex {
  public:
   TRecursiveMutex();

@@ -1,5 +1,5 @@
 /// Captures what the host process itself prints: standard output and standard error lead into a pipe, and each chunk
-/// that is read from it goes to a callback.
+/// that is read from the pipe goes to a callback.
 ///
 ///     static oxu::OutputRedirector redirector;  // lives as long as the thread
 ///     redirector.m_output_callback = [](const std::string& chunk) { sendSomewhere(chunk); };
@@ -7,28 +7,29 @@
 ///     redirector.open();
 ///     if (redirector.isRedirected()) std::thread(oxu::OutputRedirector::sendOutToNetwork, &redirector).detach();
 ///
-/// | state          | reached by                     | isRedirected() | readFd() | what the host prints goes     |
-/// |----------------|--------------------------------|----------------|----------|-------------------------------|
-/// | not redirected | construction, failed open      | false          | -1       | where it went before          |
-/// | redirected     | successful open                | true           | read end | into the pipe, and waits      |
-/// | forwarding     | sendOutToNetwork               | true           | read end | to the callback               |
-/// | cut off        | later open, failed redirection | true           | -1       | into the earlier pipe, unread |
+/// | state          | reached by                         | isRedirected() | readFd() | what the host prints goes     |
+/// |----------------|------------------------------------|----------------|----------|-------------------------------|
+/// | not redirected | construction, a failed open        | false          | -1       | where it went before          |
+/// | redirected     | a successful open                  | true           | read end | into the pipe, and waits      |
+/// | forwarding     | sendOutToNetwork                   | true           | read end | to the callback               |
+/// | cut off        | a later open, failed redirection   | true           | -1       | into the earlier pipe, unread |
 ///
-/// Threads: open and redirectStdoutToPipe are called by one thread, while no sendOutToNetwork runs and no thread
-/// launches a command, which might inherit an end of the pipe that is being made. sendOutToNetwork runs on a thread of
-/// the host's, one at a time, and calls the callback there. m_output_callback is not changed meanwhile; m_forwarding
-/// may be written by any thread at any time. The callback must not throw, and the object must live until
-/// sendOutToNetwork has returned.
+/// Threads:
+/// - open and redirectStdoutToPipe are called by one thread, while no sendOutToNetwork runs. No other thread launches a
+///   command meanwhile: the command might inherit an end of the pipe that is being made.
+/// - sendOutToNetwork runs on one thread of the host at a time, and calls the callback there. m_output_callback is not
+///   changed meanwhile. The callback must not throw, and the object lives until sendOutToNetwork has returned.
+/// - m_forwarding may be written by any thread at any time.
 ///
 /// Traps:
-/// - The redirection is never undone. The object's end leaves the read end open on purpose: without it, the next
-///   thing that the host prints would raise SIGPIPE.
-/// - What the callback itself prints comes back to it, without end.
-/// - The pipe never waits for its reader. Once it is full (64 KiB, usually), a write fails with EAGAIN and stdio loses
-///   the text. Commands that the host launches with its own standard output meet the same.
-/// - Chunks end anywhere, also inside a line or a character. Text that stdio holds back arrives when it is flushed.
-/// - m_forwarding is looked at between two reads only: clearing it takes effect with the output that follows, and
-///   that output is dropped. Where it is false at the start, the first chunk is dropped.
+/// - The redirection is never undone. The end of the object leaves the read end open on purpose: without a reader, the
+///   next thing that the host prints would raise SIGPIPE.
+/// - What the callback itself prints comes back to the callback, without end.
+/// - A write never waits for the reader. Once the pipe is full (usually at 64 KiB), a write fails with EAGAIN and stdio
+///   loses the text. So do commands that the host launches with its own standard output.
+/// - A chunk may end inside a line or a character. Text that stdio holds back arrives when stdio flushes it.
+/// - m_forwarding is looked at behind each read only. Where it is false, from the start or later, one more chunk is
+///   read, and dropped.
 #ifndef OXU_OUTPUTREDIRECTOR_H
 #define OXU_OUTPUTREDIRECTOR_H
 
@@ -42,25 +43,28 @@ namespace oxu {
 
 class OXU_EXPORT OutputRedirector {
  public:
-  /// Makes the pipe and redirects standard output and standard error into it. Success shows as isRedirected() and a
-  /// readFd() other than -1.
-  ///
-  /// Prints "Redirecting stdout/stderr to pipes:N", where N is the read end, before it redirects; a fully buffered
-  /// standard output delivers that line into the pipe. Where the pipe cannot be made, "pipe error: ..." is on
-  /// standard error and nothing has changed, also for an earlier redirection; for any other failure see
-  /// redirectStdoutToPipe. A second successful call closes the read end of the first; what was not read from it is
+  /// Makes the pipe and redirects standard output and standard error into it. After a success isRedirected() is true
+  /// and readFd() is not -1. A second successful call closes the read end of the first; what was not read from there is
   /// lost.
+  ///
+  /// Prints "Redirecting stdout/stderr to pipes:N", where N is the read end, before it redirects. A fully buffered
+  /// standard output delivers that line into the pipe.
+  ///
+  /// Where the pipe cannot be made, "pipe error: ..." is on standard error and nothing has changed; an earlier
+  /// redirection goes on. For any other failure see redirectStdoutToPipe.
   void open();
 
   /// Makes standard output and standard error copies of `fd`, which stays the caller's, and sets them non-blocking.
-  /// The file's other status flags are cleared. False when that fails: both lead where they did before (standard
-  /// output is closed where no descriptor was free to keep it), and "Failed to redirect stdout/stderr" has been
-  /// printed. A line-buffered standard output that was replaced already has taken this message to `fd`.
+  /// The other status flags of the file are cleared.
+  ///
+  /// False when that fails: "Failed to redirect stdout/stderr" has been printed, and both lead where they did before.
+  /// Where standard output had been replaced by then, a line-buffered one has taken this message to `fd`, and one whose
+  /// old place no free descriptor could keep is closed.
   bool redirectStdoutToPipe(int fd);
 
-  /// Hands what arrives in the pipe of `redirector`, an OutputRedirector*, to its callback, in chunks of 1 to 1024
-  /// bytes, until m_forwarding is found false or the read fails or ends (at once where there is no pipe). An empty
-  /// callback discards the output. Returns null. The signature is that of a thread function.
+  /// A thread function: hands what arrives in the pipe of `redirector`, an OutputRedirector*, to its callback, in
+  /// chunks of 1 to 1024 bytes. Returns null once m_forwarding is found false, once a read fails or finds the end, or
+  /// at once where there is no pipe. An empty callback discards the output.
   static void* sendOutToNetwork(void* redirector);
 
   /// True from the first successful redirection on.
@@ -74,10 +78,10 @@ class OXU_EXPORT OutputRedirector {
   bool m_redirected = false;
 
  public:
-  /// sendOutToNetwork goes on while this is true; the host sets it before it starts that.
+  /// sendOutToNetwork goes on while this is true. The host sets it before it starts that thread.
   std::atomic<bool> m_forwarding{false};
 
-  /// Gets each chunk of bytes as read.
+  /// Gets each chunk of bytes as it was read.
   std::function<void(const std::string&)> m_output_callback;
 };
 

@@ -2,21 +2,22 @@
 ///
 /// | event                | name not in the table | name in the table                               |
 /// |----------------------|-----------------------|-------------------------------------------------|
-/// | addProcess           | adds the entry        | replaces it                                     |
-/// | updateProcess        | adds the entry        | watches the new pid; own pid and callback stay  |
+/// | addProcess           | adds the entry        | replaces the entry                              |
+/// | updateProcess        | adds the entry        | watches the new pid; own pid and callbacks stay |
 /// | the process has gone |                       | removes the entry, then calls its callbacks     |
-/// | ~ProcessMonitor      |                       | drops it, without a call                        |
+/// | ~ProcessMonitor      |                       | drops the entry, without a call                 |
 ///
-/// Two kinds of entries. Where both pids of a ProcessInfo are the same, the process is a child of the host, and the
-/// monitor reaps it; a child that is stopped by a signal counts as gone, and is neither reaped nor ended. A pid that
-/// is no child of the host stays in the table and is reported as an error in each pass. After updateProcess (or
-/// setPid) has made the pids differ, the process is any other one, looked up in /proc; when it has gone, the entry's
-/// own pid is reaped.
+/// An entry has an own pid and a watched pid.
+/// - While both are the same, as at first, the process is a child of the host, and the monitor reaps it. A child that
+///   is stopped by a signal counts as gone; it is neither reaped nor ended. A pid that is no child of the host stays in
+///   the table, and each pass of the monitor logs an error.
+/// - Once updateProcess or setPid has made them differ, the watched process may be any, and is looked up in /proc. When
+///   it has gone, the own pid is reaped.
 ///
 /// Threads: addProcess and updateProcess may be called from any thread. Quit and exit callbacks run one at a time on
-/// the monitor's thread, at most about 200 milliseconds after the process ended. A callback may call addProcess and
-/// updateProcess, to register its own name again as well. It must not throw, not destroy the monitor, and not wait for
-/// a thread that calls the monitor, since it runs with the monitor's mutex held.
+/// the monitor's thread, at most about 200 milliseconds after the process ended, with the monitor's mutex held.
+/// - A callback may call addProcess and updateProcess, even to register its own name again.
+/// - It must not throw, not destroy the monitor, and not wait for a thread that calls the monitor.
 #ifndef OXU_PROCESSMONITOR_H
 #define OXU_PROCESSMONITOR_H
 
@@ -32,30 +33,30 @@
 
 namespace oxu {
 
-/// What the monitor knows of a process. A plain value; not for use by several threads at once.
+/// What the monitor knows of a process. A plain value, used by one thread at a time.
 class OXU_EXPORT ProcessInfo {
  public:
-  /// Process id 0 and no callback.
+  /// Both process ids are 0, and there is no callback.
   ProcessInfo();
 
-  /// A child of the host. The callback's result is logged; an empty callback counts as one that
-  /// returns 0.
+  /// A child of the host: both process ids are `pid`. The result of the callback is logged; an empty callback counts as
+  /// one that returns 0.
   ProcessInfo(int pid, const std::function<int()>& quitCallback);
 
   ~ProcessInfo();
   ProcessInfo(const ProcessInfo&) = default;
   ProcessInfo& operator=(const ProcessInfo&) = default;
 
-  /// Sets the host's child alone, not the process that is watched.
+  /// Sets the own pid, and leaves the watched one.
   void setPid(int pid);
 
   void setQuitCallback(const std::function<int()>& quitCallback);
 
-  /// For a child of the host: is called right before the quit callback, in the same way, with the status that waitpid
-  /// gave, for WIFEXITED and its kin. Not called where updateProcess has moved the entry to another process.
+  /// Sets what is called for a child of the host right before the quit callback, with the status that waitpid gave, for
+  /// WIFEXITED and its kin. Not called where updateProcess has moved the entry to another process.
   void setExitCallback(const std::function<void(int waitStatus)>& exitCallback);
 
-  /// Takes over the watched process of `other`, and nothing else.
+  /// Takes over the watched pid of `other`, and nothing else.
   void updateProcessInfo(const ProcessInfo& other);
 
  private:
@@ -72,20 +73,21 @@ class OXU_EXPORT ProcessMonitor {
   /// Starts the monitor's thread.
   ProcessMonitor();
 
-  /// Waits for the thread: for the pass that it is in, with the callbacks still due there, and at most about 200
-  /// milliseconds more.
+  /// Waits for the thread. The thread ends its current pass, with the callbacks that are still due in it, and takes at
+  /// most about 200 milliseconds more.
   ~ProcessMonitor();
 
   ProcessMonitor(const ProcessMonitor&) = delete;
   ProcessMonitor& operator=(const ProcessMonitor&) = delete;
 
+  /// The table above says what these two do.
   void addProcess(const std::string& name, const ProcessInfo& info);
   void updateProcess(const std::string& name, const ProcessInfo& info);
 
-  /// True when the child has ended or stopped, and was collected; never waits. Failures are logged.
+  /// True when the child has stopped, or has ended and was reaped by this call. Never waits. Failures are logged.
   bool waitProcess(const int& pid);
 
-  /// True when the process exists, be it as a zombie, and when that cannot be found out.
+  /// True when the process exists, even as a zombie, and when that cannot be found out.
   bool isProcessExist(const int& pid);
 
  private:

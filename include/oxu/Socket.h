@@ -1,21 +1,23 @@
 /// A reference-counted IPv4 socket behind an abstract interface.
 ///
-/// | state | reached by                         | attach, initSocket       | close     | other operations   |
-/// |-------|------------------------------------|--------------------------|-----------|--------------------|
-/// | empty | construction, dettach, close       | hold a handle            | no effect | fail               |
-/// | holds | attach, initSocket, being accepted | false, the first is kept | empty     | work on the handle |
+/// | state | reached by                         | attach, initSocket       | close           | other operations   |
+/// |-------|------------------------------------|--------------------------|-----------------|--------------------|
+/// | empty | construction, dettach, close       | take a handle            | true, no effect | fail               |
+/// | holds | attach, initSocket, being accepted | false, the first is kept | back to empty   | work on the handle |
 ///
-/// Every handle that is taken over is made non-blocking, and gets send and receive time-outs of 500 ms, 8192-byte
-/// buffers and address reuse. Addresses are texts like "127.0.0.1". A text that is no IPv4 address, the empty one
-/// and a host name included, stands for any address (0.0.0.0).
+/// Every handle that is taken over becomes non-blocking, and gets send and receive time-outs of 500 ms, 8192-byte
+/// buffers and address reuse. Handles that are made here are close-on-exec.
 ///
-/// Ownership: an object made by `new` has one reference; the last releaseRef closes the handle and deletes the
-/// object. An object with another owner (a member, a smart pointer) is closed by its owner first: the destructor
-/// leaves the handle open.
+/// Addresses are texts like "127.0.0.1". A text that is no IPv4 address, such as a host name or the empty text, stands
+/// for any address (0.0.0.0).
 ///
-/// Threads: the reference count may be changed from any thread. Everything else is used by one thread at a time.
+/// Ownership: an object made by `new` has one reference; the last releaseRef closes the handle and deletes the object.
+/// Any other owner (of a member, of a smart pointer) closes the object before its end: the destructor leaves the handle
+/// open.
 ///
-/// No operation raises SIGPIPE. Handles that are made here are close-on-exec.
+/// Threads: addRef and releaseRef may be called from any thread. Everything else is used by one thread at a time.
+///
+/// No operation raises SIGPIPE.
 #ifndef OXU_SOCKET_H
 #define OXU_SOCKET_H
 
@@ -35,7 +37,7 @@ class OXU_EXPORT IBase {
   /// False for any other name; `*out` is left as it was.
   virtual bool queryInterface(const char* name, void** out) = 0;
 
-  /// Both return the number of references after the change. With the last one the object is gone.
+  /// Both return the number of references after the change. At 0 the object is gone.
   virtual std::uint64_t addRef() = 0;
   virtual std::uint64_t releaseRef() = 0;
 
@@ -46,36 +48,42 @@ class OXU_EXPORT IBase {
 /// What can be done with a socket.
 class OXU_EXPORT ISocket : public IBase {
  public:
-  /// Takes over an open handle and configures it. False, changing nothing, for -1 and where a handle is held.
+  /// Takes over an open handle and configures it. False for -1, and where a handle is held already: nothing changes.
   virtual bool attach(int fd, RT_MODE mode) = 0;
-  /// Gives the handle up without closing it; -1 when there was none.
+
+  /// Gives the handle to the caller without closing it; -1 when there is none.
   virtual int dettach() = 0;
-  /// Creates a handle and binds it; port 0 lets the system choose. False when that fails. The handle stays after a
-  /// failed bind, which prints "Bind failed, error code: %d\n" on standard output.
+
+  /// Creates a handle and binds it; port 0 lets the system choose. False when that fails. After a failed bind, which
+  /// prints "Bind failed, error code: %d\n" on standard output, the socket still holds the handle.
   virtual bool initSocket(__socket_type type, const std::string& ip, unsigned short port, RT_MODE mode) = 0;
 
   /// Closes the handle, if any. Always true.
   virtual bool close() = 0;
-  /// False, with the message of initSocket, when it fails.
+
+  /// False when it fails, after printing the line of initSocket.
   virtual bool bind(const std::string& ip, unsigned short port) = 0;
+
   virtual bool listen(int backlog) = 0;
-  /// Begins to connect. True when the connection stands or is under way; false when it failed at once.
+
+  /// Begins to connect. True when the connection is established or under way; false when it failed at once.
   virtual bool connect(const std::string& ip, unsigned short port) = 0;
 
-  /// Takes a pending connection into `client`, an empty socket of the caller's, and stores the peer's address.
-  /// False when there is none, for a null client and for one that holds a handle (the connection is closed then). With
-  /// no descriptor or memory free, false after 100 ms; the connection goes on waiting.
+  /// Takes a pending connection into `client`, an empty socket of the caller, and stores the peer's address. False
+  /// - when no connection is pending, and for a null client;
+  /// - for a client that holds a handle: the connection is closed;
+  /// - after 100 ms, when no descriptor or memory is free: the connection goes on waiting.
   virtual bool accept(ISocket*& client, std::string& ip, unsigned short& port, RT_MODE mode) = 0;
 
-  /// The four return the number of bytes, 0 from a receive at the end of the stream, or -1: nothing to be had or no
-  /// room at the moment (EAGAIN), or a failure. A signal does not interrupt them. receiveFrom stores the sender's
-  /// address, unless it returns -1.
+  /// The next four return the number of bytes that were sent or received; 0 from a receive is the end of the stream.
+  /// They return -1 for a failure, and with EAGAIN where there is nothing to receive or no room at the moment. A signal
+  /// does not interrupt them. receiveFrom stores the sender's address, unless it returns -1.
   virtual int send(const void* data, int length, int flags) = 0;
   virtual int receive(void* data, int length, int flags) = 0;
   virtual int sendTo(const void* data, int length, const std::string& ip, unsigned short port, int flags) = 0;
   virtual int receiveFrom(void* data, int length, std::string& ip, unsigned short& port, int flags) = 0;
 
-  /// The peer's address, and the socket's own. False, storing nothing, when there is none.
+  /// Store the address of the peer, or the socket's own. False when there is none; nothing is stored then.
   virtual bool getPeerName(std::string& ip, unsigned short& port) = 0;
   virtual bool getSockName(std::string& ip, unsigned short& port) = 0;
 
@@ -87,7 +95,7 @@ class OXU_EXPORT ISocket : public IBase {
   ~ISocket() = default;
 };
 
-/// The reference count.
+/// A socket with a reference count, which begins at 1.
 class OXU_EXPORT ISocketStub : public ISocket {
  public:
   bool queryInterface(const char* name, void** out) override;
@@ -108,7 +116,7 @@ class OXU_EXPORT ISocketStub : public ISocket {
   std::uint64_t m_refCount = 1;
 };
 
-/// A socket of the system's.
+/// A socket over a handle of the system.
 class OXU_EXPORT CSocket : public ISocketStub {
  public:
   CSocket();
@@ -139,8 +147,10 @@ class OXU_EXPORT CSocket : public ISocketStub {
   /// Closes the handle.
   void onFinalRelease() override;
 
-  /// For derived classes: a handle has been attached and configured; the handle, if any, is about to be given up.
+  /// Runs when a handle has been attached and configured. Does nothing unless a derived class overrides it.
   virtual void onSocketAttach();
+
+  /// The same, right before the handle, if any, is given up.
   virtual void onSocketDetach();
 
  private:
