@@ -6,6 +6,8 @@ install(TARGETS OxuTool EXPORT OxuToolTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
 install(DIRECTORY include/oxu DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development
   FILES_MATCHING PATTERN "*.h")
+# Where a Debian package has its examples.
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/liboxutool-dev COMPONENT development)
 
 # A host that links the static library needs what the shared one brings along by itself, a C host too.
 get_target_property(oxu_library_type OxuTool TYPE)

@@ -1,12 +1,14 @@
 # cpack: an archive of everything, and, in a build for /usr such as that of the preset `package`, the two Debian
 # packages: only there is the library's folder theirs.
+set(OXU_MAINTAINER "" CACHE STRING "Who maintains the Debian packages, as \"NAME <ADDRESS>\"")
 set(CPACK_GENERATOR TGZ)
 if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
-  list(APPEND CPACK_GENERATOR DEB)
+  # First, so that nothing is made where something is missing for them.
+  list(PREPEND CPACK_GENERATOR DEB)
 endif()
+set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_CURRENT_LIST_DIR}/PackagingNeeds.cmake)
 set(CPACK_PACKAGE_NAME libOxuTool)
-set(CPACK_PACKAGE_VENDOR "the libOxuTool authors")
-set(CPACK_PACKAGE_CONTACT "the libOxuTool authors <maintainers@liboxutool.invalid>")
+set(CPACK_PACKAGE_CONTACT ${OXU_MAINTAINER})
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_STRIP_FILES ON)
@@ -31,8 +33,8 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME liboxutool-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${oxu_runtime_package} (= ${PROJECT_VERSION}-1)")
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "This package holds the shared library.")
-set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "This package holds the headers, what CMake and pkg-config need, and the
-manual pages.")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "This package holds the headers, what CMake and pkg-config need, the
+manual pages, and examples.")
 
 # What each package of a system has in a folder of its own. It is no part of an installation by hand or of the archive.
 if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")

@@ -1,5 +1,20 @@
 #include "oxu/Json.h"
-#include "tests/support/Test.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <climits>
+#include <cmath>
+#include <functional>
+#include <initializer_list>
+#include <limits>
+#include <locale>
+#include <map>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+#include <vector>
 
 namespace {
 
@@ -38,74 +53,84 @@ TEST(Json, TakesPartInExpressionsAsUsersWriteThem) {
   Json j;
   j = 5;
   const int i = j;
-  EXPECT_TRUE(i == 5 && j == 5 && j != 6 && j != 5.0);
+  EXPECT_TRUE(j == i);
+  EXPECT_TRUE(j != 5.0);
   j = "x";
   const std::string s = j;
-  EXPECT_TRUE(s == "x" && j == "x" && j == std::string("x") && j != "y");
+  EXPECT_TRUE(j == s);
+  EXPECT_TRUE(j != "y");
   j = 2.5;
   const double d = j;
   EXPECT_EQ(d, 2.5);
   j = true;
-  EXPECT_TRUE(j ? j == true : false);
+  const bool b = j;
+  EXPECT_TRUE(j == b);
   j = Json::Object;
   j["k"] = Json::Array;
   j["a"]["b"][2] = 1.5;
   char key[] = "a";
   const Json& c = j;
-  EXPECT_TRUE(c["k"].isArray() && j[key].isObject() && &c["none"] == &Json::null() && &c[key]["b"][9] == &Json::null());
+  EXPECT_TRUE(j[key].isObject());
+  EXPECT_EQ(&c["none"], &Json::null());
+  EXPECT_EQ(&c[key]["b"][9], &Json::null());
   EXPECT_EQ(c.toString(), R"({"a":{"b":[null,null,1.5]},"k":[]})");
   static_assert(!std::is_assignable_v<Json&, long> && !std::is_constructible_v<Json, unsigned>);
   static_assert(std::is_same_v<decltype(c[0]), const Json&> && std::is_same_v<decltype(j[0]), Json&>);
   static_assert(!std::is_convertible_v<const Json&, bool> && !std::is_convertible_v<const Json&, int>);
 }
 
-// Each operation on a value of each kind: its answers in the order of the kinds, with "-" for its message, after
-// which the value is as it was.
+// Each operation on a value of each kind. Of a kind without an answer the operation is a misuse, which throws the
+// message and leaves the value as it was.
 TEST(Json, AnswersOrReportsMisuseByKind) {
+  using K = Json;
   const auto read = [](Json& j) -> const Json& { return j; };
   const std::string noInt = "requires array value", noKey = "[const std::string &] requires object value";
   const struct {
+    std::string message;
     std::function<Json(Json&)> operation;
-    std::string message, answers;
+    std::map<Json::Type, std::string> answers;
   } rows[] = {
-      {[](Json& j) { return j.asBool(); }, "asBool value type error", "- true - - - - -"},
-      {[](Json& j) { return j.asInt(); }, "asInt value type error", "- - 7 - - - -"},
-      {[](Json& j) { return j.asDouble(); }, "asDouble value type error", "- - - 2.5 - - -"},
-      {[](Json& j) { return j.asString(); }, "asString value type error", "- - - - \"x\" - -"},
-      {[](Json& j) { return j.operator bool(); }, "operator (bool) requires bool value", "- true - - - - -"},
-      {[](Json& j) { return j.operator int(); }, "operator (int) requires int value", "- - 7 - - - -"},
-      {[](Json& j) { return j.operator double(); }, "operator (double) requires double value", "- - - 2.5 - - -"},
-      {[&](Json& j) { return j.operator std::string() + std::string(read(j)); },
-       "operator (std::string) requires std::string value", "- - - - \"xx\" - -"},
-      {[](Json& j) { return j.size(); }, "size value type error", "- - - - - 2 1"},
-      {[](Json& j) { return j.empty(); }, "empty value type error", "true - - - - false false"},
-      {[](Json& j) { return j[1]; }, "operator [int] " + noInt, "null - - - - 2 -"},
-      {[](Json& j) { return j["a"]; }, "operator " + noKey, "null - - - - - 1"},
-      {[](Json& j) { return j.append(3); }, "append " + noInt, "[3] - - - - [1,2,3] -"},
-      {[&](Json& j) { return Json().append(read(j)[-1]).append(j.get(1)).append(read(j)[2]); }, "get [int] " + noInt,
-       "- - - - - [null,2,null] -"},
-      {[&](Json& j) { return Json().append(read(j)["a"]).append(j.get("b")); }, "get " + noKey, "- - - - - - [1,null]"},
-      {[](Json& j) { return j.has(-1) || j.remove(2) || (j.has(0) ? j.remove(0) && !j.has(1) : j.remove(0)); }, "",
-       "false false false false false true false"},
-      {[](Json& j) { return j.has("a") && !j.has("b") && !j.remove("b") && j.remove("a") && !j.has("a"); }, "",
-       "false false false false false false true"},
-      {[](Json& j) { return j.clear(), j; }, "", "null false 0 0 \"\" [] {}"},
+      {"asBool value type error", [](Json& j) { return j.asBool(); }, {{K::Bool, "true"}}},
+      {"asInt value type error", [](Json& j) { return j.asInt(); }, {{K::Int, "7"}}},
+      {"asDouble value type error", [](Json& j) { return j.asDouble(); }, {{K::Double, "2.5"}}},
+      {"asString value type error", [](Json& j) { return j.asString(); }, {{K::String, "\"x\""}}},
+      {"operator (bool) requires bool value", [](Json& j) { return j.operator bool(); }, {{K::Bool, "true"}}},
+      {"operator (int) requires int value", [](Json& j) { return j.operator int(); }, {{K::Int, "7"}}},
+      {"operator (double) requires double value", [](Json& j) { return j.operator double(); }, {{K::Double, "2.5"}}},
+      {"operator (std::string) requires std::string value",
+       [&](Json& j) { return j.operator std::string() + std::string(read(j)); },
+       {{K::String, "\"xx\""}}},
+      {"size value type error", [](Json& j) { return j.size(); }, {{K::Array, "2"}, {K::Object, "1"}}},
+      {"empty value type error",
+       [](Json& j) { return j.empty(); },
+       {{K::Null, "true"}, {K::Array, "false"}, {K::Object, "false"}}},
+      {"operator [int] " + noInt, [](Json& j) { return j[1]; }, {{K::Null, "null"}, {K::Array, "2"}}},
+      {"operator " + noKey, [](Json& j) { return j["a"]; }, {{K::Null, "null"}, {K::Object, "1"}}},
+      {"append " + noInt, [](Json& j) { return j.append(3); }, {{K::Null, "[3]"}, {K::Array, "[1,2,3]"}}},
+      {"get [int] " + noInt,
+       [&](Json& j) { return Json().append(read(j)[-1]).append(j.get(1)).append(read(j)[2]); },
+       {{K::Array, "[null,2,null]"}}},
+      {"get " + noKey,
+       [&](Json& j) { return Json().append(read(j)["a"]).append(j.get("b")); },
+       {{K::Object, "[1,null]"}}},
   };
   Json object;
   object["a"] = 1;
-  const Json samples[] = {Json(), true, 7, 2.5, "x", arrayOf({1, 2}), object};
-  for (const auto& row : rows) {
-    std::istringstream answers(row.answers);
-    for (const Json& sample : samples) {
-      std::string expected, actual;
-      answers >> expected;
-      Json value = 0;
-      value.set(sample);
-      const std::string message = messageOf([&] { actual = row.operation(value).toString(); });
-      EXPECT_EQ(message, expected == "-" ? "function Json::" + row.message : "") << sample.type();
-      EXPECT_EQ(expected == "-" ? value.toString() : actual, expected == "-" ? sample.toString() : expected);
+  for (const Json& sample : {Json(), Json(true), Json(7), Json(2.5), Json("x"), arrayOf({1, 2}), object}) {
+    for (const auto& row : rows) {
+      SCOPED_TRACE(row.message + " of " + sample.toString());
+      Json value = sample;
+      std::string text;
+      const std::string message = messageOf([&] { text = row.operation(value).toString(); });
+      const auto answer = row.answers.find(sample.type());
+      const bool isMisuse = answer == row.answers.end();
+      EXPECT_EQ(message, isMisuse ? "function Json::" + row.message : "");
+      EXPECT_EQ(isMisuse ? value.toString() : text, isMisuse ? sample.toString() : answer->second);
     }
   }
+}
+
+TEST(Json, RefusesANegativeIndexAndANullText) {
   Json null;
   EXPECT_EQ(messageOf([&] { null[-1]; }), "function Json::operator [int] index less 0");
   const char* const noText = nullptr;
@@ -115,13 +140,19 @@ TEST(Json, AnswersOrReportsMisuseByKind) {
 }
 
 TEST(Json, IsSetToEachKind) {
-  Json j = arrayOf({1});
-  const std::function<void()> sets[] = {[&] { j.set(true); }, [&] { j.set(-7); },
-                                        [&] { j.set(0.5); },  [&] { j.set(std::string("s")); },
-                                        [&] { j.set("c"); },  [&] { j.set(Json::Object); }};
-  std::string texts;
-  for (const auto& set : sets) texts += (set(), j.toString() + " ");
-  EXPECT_EQ(texts, "true -7 0.5 \"s\" \"c\" {} ");
+  const struct {
+    void (*set)(Json&);
+    const char* text;
+  } rows[] = {
+      {[](Json& j) { j.set(true); }, "true"},        {[](Json& j) { j.set(-7); }, "-7"},
+      {[](Json& j) { j.set(0.5); }, "0.5"},          {[](Json& j) { j.set("c"); }, "\"c\""},
+      {[](Json& j) { j.set(arrayOf({1})); }, "[1]"}, {[](Json& j) { j.set(Json::Object); }, "{}"},
+  };
+  Json j;
+  for (const auto& row : rows) {
+    row.set(j);
+    EXPECT_EQ(j.toString(), row.text);
+  }
 }
 
 TEST(Json, WritesEachKindAsCompactText) {
@@ -164,9 +195,6 @@ TEST(Json, WritesValidJsonWithEveryDigitInAnyLocale) {
     const char* text;
   } rows[] = {
       {0.1, "0.1"},
-      {2.0, "2"},
-      {-0.0, "-0"},
-      {1234567.5, "1234567.5"},
       {1.0 / 3, "0.3333333333333333"},
       {5e-324, "5e-324"},
       {-std::numeric_limits<double>::min(), "-2.2250738585072014e-308"},
@@ -193,19 +221,12 @@ TEST(Json, EscapesStringsAndKeysAndReplacesEachByteThatIsNoUtf8) {
       {" a/'\x7f", " a/'\x7f"},
       {"\"\\\b\f\n\r\t", R"(\"\\\b\f\n\r\t)"},
       {"a\0b\x01\x0b\x1f"s, R"(a\u0000b\u0001\u000b\u001f)"},
-      // The first and the last characters of each length, and those beside the surrogates.
-      {"\xc2\x80\xdf\xbf", "\xc2\x80\xdf\xbf"},
-      {"\xe0\xa0\x80\xef\xbf\xbf", "\xe0\xa0\x80\xef\xbf\xbf"},
-      {"\xed\x9f\xbf\xee\x80\x80", "\xed\x9f\xbf\xee\x80\x80"},
-      {"\xf0\x90\x80\x80\xf4\x8f\xbf\xbf", "\xf0\x90\x80\x80\xf4\x8f\xbf\xbf"},
-      // Continuations alone, and bytes that are never used.
+      {"\xc2\x80\xef\xbf\xbf\xf4\x8f\xbf\xbf", "\xc2\x80\xef\xbf\xbf\xf4\x8f\xbf\xbf"},
+      // Continuations alone, bytes that are never used, overlong forms, surrogates, and what is too large.
       {"\x80z\xbf\xfe\xff", replaced(1) + "z" + replaced(3)},
-      // Overlong forms, surrogates, and what is too large.
-      {"\xc0\xaf\xc1\xbf", replaced(4)},
-      {"\xf0\x8f\xbf\xbf", replaced(4)},
-      {"\xed\xa0\x80\xed\xbf\xbf", replaced(6)},
-      {"\xf4\x90\x80\x80\xf5\x80\x80\x80", replaced(8)},
-      // Cut off by the end, by a plain byte, by one that needs an escape, and by another character.
+      {"\xc0\xaf\xf0\x8f\xbf\xbf", replaced(6)},
+      {"\xed\xa0\x80\xf4\x90\x80\x80", replaced(7)},
+      // Cut off by the end, by a plain byte, and by another character.
       {"\xc3", replaced(1)},
       {"\xf0\x9f\x98z", replaced(3) + "z"},
       {"\xe2\x82\xc3\xa9", replaced(2) + "\xc3\xa9"},
@@ -225,19 +246,25 @@ TEST(Json, EqualsOnlyScalarsOfTheSameKind) {
   using namespace std::string_literals;
   const std::vector<Json> values{Json(),  true,        false,        1,           2, 1.0, 0.0, "", "x\0y"s,
                                  "x\0z"s, arrayOf({}), arrayOf({1}), Json::Object};
+  const std::size_t scalars = 10;
   for (std::size_t i = 0; i < values.size(); ++i) {
     for (std::size_t k = 0; k < values.size(); ++k) {
       Json left = values[i];
-      EXPECT_TRUE((left == values[k]) == (i == k && i < 10) && (left == values[k]) != (left != values[k])) << i << k;
+      EXPECT_EQ(left == values[k], i == k && i < scalars) << i << " and " << k;
+      EXPECT_NE(left == values[k], left != values[k]) << i << " and " << k;
     }
   }
-  Json zero(0.0), nan(std::nan("")), array(Json::Array);
-  EXPECT_TRUE(zero == -0.0 && nan != nan && array != array);
+  Json zero(0.0), nan(std::nan(""));
+  EXPECT_TRUE(zero == -0.0);
+  EXPECT_TRUE(nan != nan);
 }
 
 // A source that is part of its target, at any depth, counts with its former content.
 TEST(Json, MayBeGivenAPartOfItself) {
-  const std::pair<std::function<void(Json&)>, const char*> rows[] = {
+  const struct {
+    void (*change)(Json&);
+    const char* text;
+  } rows[] = {
       {[](Json& j) { j = static_cast<const Json&>(j); }, "[[1,[2]],{\"k\":[3]}]"},
       {[](Json& j) { j = j[0]; }, "[1,[2]]"},
       {[](Json& j) { j.set(j[1]["k"]); }, "[3]"},
@@ -245,39 +272,23 @@ TEST(Json, MayBeGivenAPartOfItself) {
       {[](Json& j) { j[1]["k"][0] = j[1]; }, "[[1,[2]],{\"k\":[{\"k\":[3]}]}]"},
       {[](Json& j) { j.append(j); }, "[[1,[2]],{\"k\":[3]},[[1,[2]],{\"k\":[3]}]]"},
       {[](Json& j) { j.append(j[0][1]).append(j[0][1]).append(j[0][1]); }, "[[1,[2]],{\"k\":[3]},[2],[2],[2]]"},
-      {[](Json& j) { j = Json(), j.append(j); }, "[[]]"},
+      {[](Json& j) { (j = Json()).append(j); }, "[[]]"},
   };
-  for (const auto& [operation, result] : rows) {
+  for (const auto& row : rows) {
     Json value = arrayOf({arrayOf({1, arrayOf({2})}), Json(Json::Object)});
     value[1]["k"].append(3);
-    operation(value);
-    EXPECT_EQ(value.toString(), result);
+    row.change(value);
+    EXPECT_EQ(value.toString(), row.text);
   }
 }
 
-// An element that was copied would have its own elements elsewhere. Growth that copied, or that made room for one
-// more at a time, would not end in time.
-TEST(Json, ElementsThatMerelyChangePlaceAreNotCopied) {
-  Json j;
-  std::vector<Json*> inner;
-  for (int i = 0; i < 200000; ++i) {
-    i % 2 == 0 ? j.append(arrayOf({i})) : j[i] = arrayOf({i});
-    inner.push_back(&j[i][0]);
-  }
-  for (const int index : {0, 199998, 7}) {
-    EXPECT_TRUE(j.remove(index));
-    inner.erase(inner.begin() + index);
-  }
-  ASSERT_EQ(j.size(), 199997);
-  for (int i = 0; i < j.size(); ++i) ASSERT_EQ(&j[i][0], inner[static_cast<std::size_t>(i)]);
-}
-
-TEST(Json, TreesOfAnyDepthNeedNoStack) {
+void* workWithADeepTree(void*) {
   Json deep;
   Json* innermost = &deep;
-  for (int i = 0; i < 1000000; ++i) {
-    if (i % 2 == 1) (*innermost)["a"] = 1;
-    innermost = i % 2 == 0 ? &(*innermost)[0] : &(*innermost)["k"];
+  for (int level = 0; level < 1000000; level += 2) {
+    Json& member = (*innermost)[0]["k"];
+    (*innermost)[0]["a"] = 1;
+    innermost = &member;
   }
   Json copy(deep);
   EXPECT_FALSE(copy == deep);
@@ -286,6 +297,18 @@ TEST(Json, TreesOfAnyDepthNeedNoStack) {
   deep = 1;
   copy.clear();
   EXPECT_EQ(copy.toString(), "[]");
+  return nullptr;
+}
+
+// So small that a call per level, of a million, does not fit into it.
+TEST(Json, TreesOfAnyDepthFitIntoASmallStack) {
+  pthread_attr_t attributes;
+  pthread_t thread;
+  ::pthread_attr_init(&attributes);
+  ::pthread_attr_setstacksize(&attributes, 512 << 10);
+  ASSERT_EQ(::pthread_create(&thread, &attributes, workWithADeepTree, nullptr), 0);
+  ::pthread_join(thread, nullptr);
+  ::pthread_attr_destroy(&attributes);
 }
 
 }  // namespace

@@ -59,6 +59,13 @@ compile_with_pkg_config() {
   "$work/by_hand" && "$work/by_hand_c"
 }
 
+# build_examples PREFIX: those that are installed, all of them; one that uses everything answers.
+build_examples() {
+  configure -S "$1/share/doc/liboxutool-dev/examples" -B "$work/examples"
+  cmake --build "$work/examples" -- --quiet
+  "$work/examples/supervisor" --help | grep -q command
+}
+
 # gdb finds the printers beside the library, once its user trusts the folder.
 gdb_finds_printers() {
   local library
@@ -81,6 +88,7 @@ use_moved() {
 installed() {
   install_library "$work/first"
   use_moved
+  build_examples "$work/moved"
   gdb_finds_printers "$work/moved"
 }
 

@@ -1,6 +1,14 @@
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
 #include "oxu/CApi.h"
 #include "oxu/FrameReader.h"
-#include "tests/support/Test.h"
 
 namespace oxu {
 
@@ -24,47 +32,26 @@ std::string packed(const Frame& frame) {
   return {data, static_cast<std::size_t>(length) + 4};
 }
 
-std::vector<Frame> taken(FrameReader& reader) {
-  std::vector<Frame> frames;
-  for (Frame frame; reader.next(frame);) frames.push_back(frame);
-  return frames;
-}
-
-// Some frames are larger than several pieces, some pieces hold several frames, and the frames are taken now and then.
-TEST(FrameReader, GivesTheFramesOfAStreamHoweverItIsSplit) {
-  std::mt19937 dice(20240611);
-  for (int round = 0; round < 2000; ++round) {
-    std::vector<Frame> sent, received;
-    std::string stream;
-    for (std::size_t count = dice() % 12; count > 0; --count) {
-      const int type = static_cast<int>(dice() % 256);
-      sent.push_back({type, std::string(dice() % 40, '\n'), std::string(dice() % (dice() % 8 == 0 ? 3000 : 60), '\0')});
-      stream += packed(sent.back());
-    }
-    FrameReader reader;
-    const std::size_t longestPiece = 1 + dice() % (round % 2 == 0 ? 12 : 400);
-    for (std::size_t at = 0; at < stream.size();) {
-      const std::size_t size = std::min<std::size_t>(dice() % (longestPiece + 1), stream.size() - at);
-      ASSERT_TRUE(reader.add(stream.data() + at, size));
-      at += size;
-      for (Frame frame; dice() % 3 != 0 && reader.next(frame);) received.push_back(frame);
-    }
-    const std::vector<Frame> last = taken(reader);
-    received.insert(received.end(), last.begin(), last.end());
-    ASSERT_TRUE(received == sent && !reader.isBroken() && reader.unfinishedBytes() == 0) << round;
-  }
-}
-
-TEST(FrameReader, CountsWhatStandsBehindTheLastWholeFrame) {
-  const std::string first = packed({255, "n", "body"}), stream = first + packed({0, "", ""}) + "\x09\0\0\0\x01\x02"s;
-  for (std::size_t at = 0; at <= stream.size(); ++at) {
-    FrameReader reader;
-    ASSERT_TRUE(reader.add(stream.data(), at) && reader.add(nullptr, 0));
-    const std::size_t whole = at < first.size() ? 0 : at < first.size() + 7 ? 1 : 2;
-    const std::size_t unfinished = at - (whole > 0 ? first.size() : 0) - (whole > 1 ? 7 : 0);
-    EXPECT_EQ(reader.unfinishedBytes(), unfinished);
-    EXPECT_EQ(taken(reader).size(), whole);
-    EXPECT_EQ(reader.unfinishedBytes(), unfinished);
+TEST(Protocol, PacksTypeNameAndBodyIntoOneFrame) {
+  const struct {
+    int type;
+    std::string name, body, frame;
+  } rows[] = {
+      {1, "ab", "xyz", "\x08\0\0\0\x01\x02\0abxyz"s},
+      {0x1ff, "", "", "\x03\0\0\0\xff\0\0"s},
+      {0, "n\0m"s, "\0"s, "\x07\0\0\0\0\x03\0n\0m\0"s},
+      {2, std::string(65535, 'n'), "b", "\x03\0\x01\0\x02\xff\xff"s + std::string(65535, 'n') + "b"},
+      {1, std::string(65536, 'n'), "", ""},
+  };
+  for (const auto& row : rows) {
+    char untouched;
+    char* frame = &untouched;
+    int length = -1;
+    ProtocolToString(row.type, row.name, row.body, &frame, &length);
+    ASSERT_EQ(length, std::max(0, static_cast<int>(row.frame.size()) - 4));
+    ASSERT_EQ(frame == nullptr, row.frame.empty());
+    EXPECT_EQ(frame == nullptr ? "" : std::string(frame, row.frame.size()), row.frame);
+    delete[] frame;
   }
 }
 
@@ -99,13 +86,10 @@ TEST(FrameReader, KnowsABrokenStreamByTheFirstBytesThatDecide) {
         isSound = reader.add(stream.data() + added, step);
       EXPECT_EQ(reader.isBroken(), breaks);
       EXPECT_EQ(added, step == 1 && breaks ? start.size() + row.decidingBytes : stream.size());
-      const std::size_t unfinished = reader.unfinishedBytes();
-      EXPECT_TRUE(unfinished == added - start.size() || !breaks);
       EXPECT_EQ(reader.add(start.data(), 1), !breaks);
-      EXPECT_EQ(reader.unfinishedBytes(), unfinished + (breaks ? 0 : 1));
-      const std::vector<Frame> frames = taken(reader);
-      ASSERT_FALSE(frames.empty());
-      EXPECT_EQ(frames.front(), before);
+      Frame frame;
+      ASSERT_TRUE(reader.next(frame));
+      EXPECT_EQ(frame, before);
     }
   }
 }
@@ -138,7 +122,10 @@ TEST(FrameReader, KeepsNoBytesOfFramesThatWereTaken) {
   ASSERT_EQ(::getrusage(RUSAGE_SELF, &before), 0);
   ASSERT_TRUE(reader.add(start.data(), start.size()));
   const std::string piece = end + start;
-  for (int i = 0; i < 6000000; ++i) ASSERT_TRUE(reader.add(piece.data(), piece.size()) && reader.next(frame));
+  for (int i = 0; i < 6000000; ++i) {
+    ASSERT_TRUE(reader.add(piece.data(), piece.size()));
+    ASSERT_TRUE(reader.next(frame));
+  }
   ASSERT_EQ(::getrusage(RUSAGE_SELF, &after), 0);
   constexpr long kKibibytes = 16 << 10;
   EXPECT_LT(after.ru_maxrss - before.ru_maxrss, kKibibytes);

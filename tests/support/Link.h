@@ -1,0 +1,71 @@
+// Two ends of a TCP connection over loopback.
+#ifndef TESTS_SUPPORT_LINK_H
+#define TESTS_SUPPORT_LINK_H
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "os/os_socket.h"
+#include "os/os_socket_wait.h"
+#include "oxu/Socket.h"
+
+namespace support {
+
+inline const std::string kLoopback = "127.0.0.1";
+
+inline unsigned short portOf(CSocket& socket) {
+  std::string ip;
+  unsigned short port = 0;
+  EXPECT_TRUE(socket.getSockName(ip, port));
+  return port;
+}
+
+// A listening handle, one that is bound and does not listen, and one accepted connection of a CSocket.
+class Link {
+ public:
+  explicit Link(int backlog = 4) {
+    for (CSocket* socket : {&listener, &nobody}) EXPECT_TRUE(socket->initSocket(SOCK_STREAM, kLoopback, 0, 0));
+    EXPECT_TRUE(listener.listen(backlog));
+    EXPECT_TRUE(client.initSocket(SOCK_STREAM, "", 0, 0));
+  }
+  ~Link() {
+    closeServer();
+    for (CSocket* socket : {&client, &listener, &nobody}) socket->close();
+  }
+
+  unsigned short port() { return portOf(listener); }
+  int handle() const { return client.handle(); }
+
+  void connect() {
+    EXPECT_TRUE(client.connect(kLoopback, port()));
+    accept();
+  }
+  void accept() {
+    EXPECT_TRUE(os_socket_readable(listener.handle(), 5000, nullptr, 0));
+    server = os_socket_accept(listener.handle(), nullptr, nullptr, 0);
+  }
+  void closeServer() {
+    if (server != -1) ::close(server);
+    server = -1;
+  }
+  void resetByServer() {
+    const linger abort{1, 0};
+    ::setsockopt(server, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
+    closeServer();
+  }
+  void sendToClient() { EXPECT_EQ(::write(server, "bytes", 5), 5); }
+  void sendToServer() { client.send("", 1, 0); }
+  void endServersStream() { ::shutdown(server, SHUT_WR); }
+  void endClientsStream() { ::shutdown(client.handle(), SHUT_WR); }
+  void connectToNobody() { client.connect(kLoopback, portOf(nobody)); }
+
+  int server = -1;
+  CSocket listener, nobody, client;
+};
+
+}  // namespace support
+
+#endif
