@@ -1,5 +1,5 @@
-// Sequences of operations on a Json, against a tree that is written the plain way. Each step of the input is three
-// bytes: where in the tree, what to do, and with what.
+// Runs operations on a Json and on a plain model of it, and compares the two. Each step of the input is three bytes:
+// where in the tree, which operation, and with what argument.
 #include <cstdint>
 #include <cstdlib>
 #include <iterator>
@@ -34,7 +34,7 @@ struct Model {
   }
 };
 
-// A place in both trees at once.
+// The same place in the Json and in the model.
 struct Place {
   Json* json;
   Model* model;
@@ -53,7 +53,7 @@ struct Place {
   }
 };
 
-// True where the operation throws; that is expected of the kinds that it does not accept.
+// Whether the operation throws, as it must for a kind that it does not accept.
 template <class Operation>
 bool isRefused(Operation operation) {
   try {
@@ -97,10 +97,10 @@ void step(Place place, const Json& root, const Model& rootModel, unsigned operat
       model.members[key];
       break;
     case 4:
-      if (&json == &root && model.kind == 'n') break;  // a Null that is appended to itself becomes an array first
+      if (&json == &root && model.kind == 'n') break;  // a Null appended to itself becomes an array first: not modelled
       check(isRefused([&] { isSmall ? json.append(root) : json.append(index); }) == !canBeArray);
       if (!canBeArray) break;
-      // Where the root holds the Null that becomes an array, the copy is taken after that.
+      // A Null becomes an array before the root, which may hold that Null, is copied.
       if (isSmall && model.kind == 'n') {
         model.kind = 'a';
         model.elements.push_back(Model(rootModel));
