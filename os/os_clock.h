@@ -35,7 +35,7 @@ class os_deadline {
 
   bool isOver() const { return remainingMs() == 0; }
 
-  // On the monotonic clock. Without an end, a time that means nothing.
+  // A time of the monotonic clock; meaningless for a wait without an end.
   const os_clock_time& end() const { return m_end; }
 
   // Sleeps for `nanoseconds`, but not beyond the end.

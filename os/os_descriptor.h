@@ -3,7 +3,7 @@
 #ifndef OS_DESCRIPTOR_H
 #define OS_DESCRIPTOR_H
 
-// Moves a descriptor off the numbers 0 to 2, and returns its new number, which is close-on-exec. A descriptor that has
+// Moves a descriptor off the numbers 0 to 2. Returns the new descriptor, which is close-on-exec. A descriptor that has
 // another number, or that cannot be moved, is returned as it is.
 int os_descriptor_off_standard(int fd);
 

@@ -31,7 +31,7 @@ int failed(int error) {
 sockaddr* toSockaddr(void* address) { return static_cast<sockaddr*>(address); }
 const sockaddr* toSockaddr(const void* address) { return static_cast<const sockaddr*>(address); }
 
-// The number of a new handle off 0 to 2. A handle that keeps such a number is closed: in a host without standard
+// Moves a new handle off the numbers 0 to 2. Closes a handle that cannot be moved: in a host without standard
 // descriptors, what the host prints would go to the peer.
 int offStandardNumbers(int fd) {
   const int moved = os_descriptor_off_standard(fd);

@@ -49,14 +49,14 @@ class OXU_EXPORT FrameReader {
   FrameReader(const FrameReader&) = default;
   FrameReader& operator=(const FrameReader&) = default;
 
-  /// Takes a copy of the next `size` bytes of the stream. False from the bytes on that break the stream. Whole frames
-  /// in front of the break are kept for next.
+  /// Takes a copy of the next `size` bytes of the stream. False when these bytes, or earlier ones, break the stream.
+  /// Whole frames in front of the break are kept for next.
   bool add(const char* data, std::size_t size);
 
   /// Gives the next whole frame, in the order of the stream. False when there is none; `frame` is left as it was then.
   bool next(Frame& frame);
 
-  /// True from the add on that broke the stream, even while next still has frames to give.
+  /// True once an add has broken the stream, even while next still has frames to give.
   bool isBroken() const { return m_isBroken; }
 
   /// The number of bytes behind the last whole frame. At the end of a stream they are what has arrived of a frame that

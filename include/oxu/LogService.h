@@ -62,8 +62,8 @@ class OXU_EXPORT LogService {
   std::vector<unsigned long> m_clientThreads;
 
  public:
-  /// Gets each received chunk of 1 to 65536 bytes. Where one send ended and the next began is not kept. The data is the
-  /// library's, and valid during the call. Where no callback is set, what is received is discarded.
+  /// Gets each received chunk of 1 to 65536 bytes. A chunk need not begin or end where a send of the client did. The
+  /// data is the library's, and valid during the call. Where no callback is set, what is received is discarded.
   ///
   /// The host assigns the callback before startServer, and leaves it alone while the server runs. The callback must not
   /// throw. It runs on the thread of the connection:

@@ -19,8 +19,8 @@
 /// signal that the host handles, has its default action in the command; other signals that the host ignores stay
 /// ignored.
 ///
-/// The child belongs to the host. Nothing here reaps it, neither when it ends nor when the object does, and its exit
-/// status is not looked at: ProcessMonitor does both.
+/// The child belongs to the host: this class never reaps the child, nor looks at its exit status. ProcessMonitor does
+/// both.
 ///
 /// The command writes into a non-blocking pipe, unless blockingOutput is true. A command that writes faster than the
 /// callback returns loses output once the pipe is full.
