@@ -10,9 +10,9 @@
 
 int main() {
   std::string output;
-  const auto collect = [&output](const std::string& chunk) { output += chunk; };  // on a thread of the capture's
-  // In /tmp, with the host's HOME exported. The sleep stands for a server that does not end by itself; should it write
-  // faster than its output is collected, it waits.
+  const auto collect = [&output](const std::string& chunk) { output += chunk; };  // runs on the reader thread
+  // In /tmp, with the host's HOME exported. The sleep stands for a server that does not end by itself. A server that
+  // writes faster than its output is collected waits.
   const oxu::StartProcess process("/tmp", "HOME", "echo \"server in $PWD\"; sleep 1000", "", collect, 4096, false,
                                   true);
   if (!process.isRunning()) return 1;
@@ -23,7 +23,7 @@ int main() {
   if (::geteuid() != 0 ? ::kill(-process.pid(), SIGKILL) != 0 : !oxu::StartProcess::kill(process.pid())) return 1;
   int status = 0;
   ::waitpid(process.pid(), &status, 0);
-  // Once the callback is done with all that was written, the output is this thread's.
+  // Once the callback has got all that was written, this thread may use the output.
   if (!process.flushOutput(1000)) return 1;
   std::printf("captured: %sended by signal %d\n", output.c_str(), WTERMSIG(status));
 }

@@ -25,7 +25,7 @@ int main() {
   if (client.connect("127.0.0.1", service.port()) != 0) return 1;
   const int sent = client.send(text.data(), text.size());
 
-  // What was sent has been given to the system; the service has it a moment later.
+  // The system has taken the bytes; the service gets them a moment later.
   for (;; std::this_thread::sleep_for(std::chrono::milliseconds(10))) {
     const std::lock_guard<std::mutex> lock(mutex);
     if (received.size() == text.size()) break;

@@ -18,7 +18,7 @@ int main() {
   std::atomic<int> quits{0};
   oxu::ProcessMonitor monitor;
 
-  // Both callbacks run on the monitor's thread once the child is gone and reaped: first that which gets the status.
+  // Both callbacks run on the monitor's thread once the child is gone and reaped; the exit callback comes first.
   std::function<int()> onQuit;
   const auto start = [&] {
     processes.push_back(std::make_unique<oxu::StartProcess>("", "", "exit 3", "", nullptr, 4096, false));

@@ -31,7 +31,7 @@ int main(int argc, char** argv) {
   std::string text;
   std::atomic<bool> isComplete{false};
   oxu::OutputRedirector redirector;
-  // Must not print: that would come back to it.
+  // Must not print: what it prints would come back to it.
   redirector.m_output_callback = [&](const std::string& chunk) {
     text += chunk;
     if (toService && sendFrame(client, chunk) < 0) {
@@ -50,7 +50,7 @@ int main(int argc, char** argv) {
   std::fflush(stdout);
   while (!isComplete) std::this_thread::sleep_for(std::chrono::milliseconds(10));
 
-  // The forwarder waits for output, and looks at the flag when some comes.
+  // The forwarder looks at the flag only when output comes.
   redirector.m_forwarding = false;
   std::printf("dropped\n");
   std::fflush(stdout);

@@ -1,5 +1,5 @@
-// Frames through a stream that is split anywhere: what was packed comes out again, and any other stream gives what a
-// reader of the whole stream finds in it.
+// Reads streams of frames that are split anywhere. Frames that were packed come out again. A stream of any other bytes
+// gives the frames that a reader of the whole stream finds in it.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -51,7 +51,7 @@ class Input {
 struct Content {
   std::vector<Frame> frames;
   std::size_t wholeEnd = 0;
-  std::size_t brokenAt = std::string::npos;  // how many bytes it takes to know
+  std::size_t brokenAt = std::string::npos;  // how many bytes show that the stream is broken; npos for a sound one
 };
 
 Content contentOf(const std::string& stream, std::size_t maxFrameBytes) {
@@ -74,7 +74,7 @@ Content contentOf(const std::string& stream, std::size_t maxFrameBytes) {
   return content;
 }
 
-// In pieces of so many bytes, with the frames taken after every other piece.
+// Reads the stream in pieces of `step` bytes, and takes the frames after every other piece.
 void checkReading(const std::string& stream, std::size_t step, std::size_t maxFrameBytes, const Content& content) {
   FrameReader reader(maxFrameBytes);
   std::size_t added = 0, frames = 0;

@@ -1,5 +1,5 @@
-// A file of any bytes, against a second, slower way to read it. The text of its table loads into the same table; a host
-// that walks through the table finds all of it.
+// Loads a file of any bytes, and compares with a second, slower way to read it. The text of the table loads into the
+// same table, and a host that walks through the table finds all of it.
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -32,7 +32,7 @@ std::string stripped(std::string text) {
   return text.erase(0, text.find_first_not_of(" \t\n\r\v")).erase(text.find_last_not_of(" \t\n\r\v") + 1);
 }
 
-// Step by step and with copies, where the library looks at each byte once; the table itself is the library's.
+// Reads step by step and with copies, where the library looks at each byte once. The table itself is the library's.
 std::string readByHand(const std::string& bytes) {
   IniFile table;
   std::istringstream file(bytes);

@@ -1,7 +1,8 @@
-// Sequences of operations on a Json, against a tree that is written the plain way. Each step of the input is three
-// bytes: where in the tree, what to do, and with what.
+// Runs operations on a Json and on a plain model of it, and compares the two. Each step of the input is three bytes:
+// where in the tree, which operation, and with what argument.
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <iterator>
 #include <map>
 #include <stdexcept>
@@ -34,7 +35,7 @@ struct Model {
   }
 };
 
-// A place in both trees at once.
+// The same place in the Json and in the model.
 struct Place {
   Json* json;
   Model* model;
@@ -53,7 +54,7 @@ struct Place {
   }
 };
 
-// True where the operation throws; that is expected of the kinds that it does not accept.
+// Whether the operation throws, as it must for a kind that it does not accept.
 template <class Operation>
 bool isRefused(Operation operation) {
   try {
@@ -64,65 +65,108 @@ bool isRefused(Operation operation) {
   return false;
 }
 
-void step(Place place, const Json& root, const Model& rootModel, unsigned operation, unsigned argument) {
-  Model& model = *place.model;
-  Json& json = *place.json;
-  const std::size_t at = argument % 6;
-  const int index = static_cast<int>(at);
-  const std::string key(1, static_cast<char>('a' + index));
-  const bool canBeArray = model.kind == 'n' || model.kind == 'a', canBeObject = model.kind == 'n' || model.kind == 'o';
-  const bool isSmall = rootModel.text().size() < 200;
-  const Model added = isSmall ? rootModel : Model{'i', index};
-  switch (operation % 8) {
-    case 0:
-      json = index;
-      model = {'i', index};
-      break;
-    case 1:
-      if (isSmall) json = root;
-      if (!isSmall) json = Json();
-      model = isSmall ? Model(rootModel) : Model();
-      break;
-    case 2:
-      check(isRefused([&] { json[index] = index; }) == !canBeArray);
-      if (!canBeArray) break;
-      model.kind = 'a';
-      if (model.elements.size() <= at) model.elements.resize(at + 1);
-      model.elements[at] = {'i', index};
-      break;
-    case 3:
-      check(isRefused([&] { json[key]; }) == !canBeObject);
-      if (!canBeObject) break;
-      model.kind = 'o';
-      model.members[key];
-      break;
-    case 4:
-      if (&json == &root && model.kind == 'n') break;  // a Null that is appended to itself becomes an array first
-      check(isRefused([&] { isSmall ? json.append(root) : json.append(index); }) == !canBeArray);
-      if (!canBeArray) break;
-      // Where the root holds the Null that becomes an array, the copy is taken after that.
-      if (isSmall && model.kind == 'n') {
-        model.kind = 'a';
-        model.elements.push_back(Model(rootModel));
-      } else {
-        model.elements.push_back(added);
-      }
-      model.kind = 'a';
-      break;
-    case 5:
-      check(json.has(index) == (at < model.elements.size()));
-      check(json.remove(index) == (at < model.elements.size()));
-      if (at < model.elements.size()) model.elements.erase(model.elements.begin() + index);
-      break;
-    case 6:
-      check(json.has(key) == (model.members.count(key) == 1));
-      check(json.remove(key) == (model.members.erase(key) == 1));
-      break;
-    default:
-      json.clear();
-      model = {model.kind, 0};
+// One operation on both trees. A large root is not copied into itself: null or a number takes its place.
+class Step {
+ public:
+  Step(Place place, const Json& root, const Model& rootModel, unsigned argument)
+      : m_json(*place.json),
+        m_model(*place.model),
+        m_root(root),
+        m_root_model(rootModel),
+        m_at(argument % 6),
+        m_index(static_cast<int>(m_at)),
+        m_key(1, static_cast<char>('a' + m_index)),
+        m_is_root_small(rootModel.text().size() < 200) {}
+
+  void run(unsigned operation) {
+    switch (operation % 8) {
+      case 0:
+        return assignNumber();
+      case 1:
+        return m_is_root_small ? assignRoot() : assignNull();
+      case 2:
+        return setElement();
+      case 3:
+        return addMember();
+      case 4:
+        return append();
+      case 5:
+        return removeElement();
+      case 6:
+        return removeMember();
+      default:
+        return clear();
+    }
   }
-}
+
+ private:
+  bool isOneOf(const char* kinds) const { return std::strchr(kinds, m_model.kind) != nullptr; }
+
+  void assignNumber() {
+    m_json = m_index;
+    m_model = {'i', m_index};
+  }
+
+  void assignRoot() {
+    m_json = m_root;
+    m_model = Model(m_root_model);
+  }
+
+  void assignNull() {
+    m_json = Json();
+    m_model = Model();
+  }
+
+  void setElement() {
+    check(isRefused([&] { m_json[m_index] = m_index; }) == !isOneOf("na"));
+    if (!isOneOf("na")) return;
+    m_model.kind = 'a';
+    if (m_model.elements.size() <= m_at) m_model.elements.resize(m_at + 1);
+    m_model.elements[m_at] = {'i', m_index};
+  }
+
+  void addMember() {
+    check(isRefused([&] { m_json[m_key]; }) == !isOneOf("no"));
+    if (!isOneOf("no")) return;
+    m_model.kind = 'o';
+    m_model.members[m_key];
+  }
+
+  void append() {
+    if (&m_json == &m_root && m_model.kind == 'n') return;  // becomes an array before it is copied: not modelled
+    check(isRefused([&] { m_is_root_small ? m_json.append(m_root) : m_json.append(m_index); }) == !isOneOf("na"));
+    if (!isOneOf("na")) return;
+    // A Null becomes an array before the root, which may hold that Null, is copied.
+    m_model.kind = 'a';
+    m_model.elements.push_back(m_is_root_small ? Model(m_root_model) : Model{'i', m_index});
+  }
+
+  void removeElement() {
+    const bool isThere = m_at < m_model.elements.size();
+    check(m_json.has(m_index) == isThere);
+    check(m_json.remove(m_index) == isThere);
+    if (isThere) m_model.elements.erase(m_model.elements.begin() + m_index);
+  }
+
+  void removeMember() {
+    check(m_json.has(m_key) == (m_model.members.count(m_key) == 1));
+    check(m_json.remove(m_key) == (m_model.members.erase(m_key) == 1));
+  }
+
+  void clear() {
+    m_json.clear();
+    m_model = {m_model.kind, 0};
+  }
+
+  Json& m_json;
+  Model& m_model;
+  const Json& m_root;
+  const Model& m_root_model;
+  const std::size_t m_at;
+  const int m_index;
+  const std::string m_key;
+  const bool m_is_root_small;
+};
 
 }  // namespace
 
@@ -136,7 +180,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     Place place{&json, &model};
     for (unsigned path = data[i]; path != 0; path >>= 2) place.descend(path & 3);
-    step(place, json, model, data[i + 1], data[i + 2]);
+    Step(place, json, model, data[i + 2]).run(data[i + 1]);
     check(json.toString() == model.text());
   }
   return 0;

@@ -1,4 +1,4 @@
-// The shell line of a launch, against a second, slower way to make it.
+// Makes the shell line of a launch, and compares with a second, slower way to make it.
 #include <cstdint>
 #include <cstdlib>
 #include <string>
@@ -11,7 +11,7 @@ void check(bool holds) {
   if (!holds) std::abort();
 }
 
-// Character by character, where the library searches.
+// Goes character by character, where the library searches.
 std::string wrappedByHand(const std::string& command) {
   std::string wrapped;
   for (std::size_t i = 0; i < command.size(); ++i) {

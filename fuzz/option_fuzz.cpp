@@ -1,5 +1,5 @@
-// Any argument vector, against a fixed set of options: parse throws nothing but what it announces, and
-// records nothing that the vector does not hold.
+// Parses any argument vector with a fixed set of options. parse throws only what its header lists, and records only
+// what the vector holds.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -42,7 +42,7 @@ void parse(Option& option, Words words) {
   }
 }
 
-// A value is the end of an argument: all of it, or what follows "=" or a short name.
+// A value is a whole argument, or the end of one, behind "=" or a short name.
 void checkValue(const std::string& value, const Words& words) {
   const auto endsWithValue = [&](const std::string& word) {
     return word.size() >= value.size() && word.compare(word.size() - value.size(), value.size(), value) == 0;
@@ -56,7 +56,7 @@ void checkFlag(const std::string& name, const std::string& value, const Words& w
   check(value == "true" && std::any_of(words.begin() + 1, words.end(), givesFlag));
 }
 
-// They stand in the vector in the same order, and none looks like an option.
+// The arguments stand in the vector in the same order, and none of them looks like an option.
 void checkArguments(const Words& arguments, const Words& words) {
   auto next = words.begin() + 1;
   for (const std::string& argument : arguments) {

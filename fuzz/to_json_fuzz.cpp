@@ -1,4 +1,4 @@
-// What toJson writes, read by a JSON parser from elsewhere, is the value again.
+// Another library's JSON parser reads what toJson writes, and gets the same value.
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
@@ -15,7 +15,7 @@ namespace {
 using oxu::json::Json;
 using Expected = nlohmann::json;
 
-// Hands the input out piece by piece, and zeros when it is used up.
+// Gives the input piece by piece; zeros once the input is used up.
 class Input {
  public:
   Input(const std::uint8_t* data, std::size_t size) : m_data(data), m_left(size) {}
@@ -42,7 +42,7 @@ class Input {
   std::size_t m_left;
 };
 
-// The code point as UTF-8 has it; empty for what is none.
+// The UTF-8 encoding of a code point; empty for a number that is no code point.
 std::string encoded(std::uint32_t code) {
   const auto continuation = [&](int shift) { return static_cast<char>(0x80 | ((code >> shift) & 0x3f)); };
   const auto first = [&](std::uint32_t mark, int shift) { return static_cast<char>(mark | (code >> shift)); };
@@ -54,7 +54,7 @@ std::string encoded(std::uint32_t code) {
   return "";
 }
 
-// The first `size` bytes taken for one character, whatever they are.
+// The code point of the first `size` bytes, read as the encoding of one character, whatever they are.
 std::uint32_t decoded(const std::string& bytes, std::size_t size) {
   const auto byteAt = [&](std::size_t at) { return std::uint32_t{static_cast<unsigned char>(bytes[at])}; };
   std::uint32_t code = byteAt(0) & (size == 1 ? 0x7f : 0xff >> (size + 1));
@@ -62,7 +62,7 @@ std::uint32_t decoded(const std::string& bytes, std::size_t size) {
   return code;
 }
 
-// With each byte replaced that begins no character: none that is the encoding of what it decodes to.
+// Replaces each byte that begins no character. A character is what equals the encoding of what it decodes to.
 std::string repaired(std::string bytes) {
   std::string result;
   while (!bytes.empty()) {
@@ -86,7 +86,7 @@ std::pair<Json, Expected> arrayFrom(Input& input, int depth) {
   return array;
 }
 
-// Of members whose keys become alike the parser keeps the last.
+// Keys can become alike by their repair. The parser keeps the last member of a key.
 std::pair<Json, Expected> objectFrom(Input& input, int depth) {
   std::pair<Json, Expected> object{Json::Object, Expected::object()};
   std::map<std::string, Expected> members;
@@ -130,7 +130,7 @@ std::pair<Json, Expected> valueFrom(Input& input, int depth) {
 
 }  // namespace
 
-// The parser throws where the text is not valid, and an exception ends the target.
+// The parser throws for an invalid text, and the exception ends the target.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Input input(data, size);
   const auto [json, expected] = valueFrom(input, 0);

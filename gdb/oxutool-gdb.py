@@ -8,12 +8,12 @@
 #     (gdb) print oxu::CLog::m_pInstance._M_b._M_p->m_ring
 #     $2 = [oxu::INFO "waits"]
 #
-# The second needs a library with debug information and a frame in C++. Each container and each text is cut at gdb's
-# limit (set print elements); "..." stands for the rest. What is uninitialised, freed or overwritten shows as "cannot
-# be read", unless its bytes happen to form a value.
+# The second command needs a library with debug information and a frame in C++. Each container and each text is cut at
+# gdb's limit (set print elements); "..." stands for the rest. An object that is uninitialised, freed or overwritten
+# shows as "cannot be read", unless its bytes happen to form a value.
 #
 # Strings, vectors and maps are read by the layout that libstdc++'s ABI fixes, because clang leaves a part of their
-# types out of the debug information. Those of another library cannot be read.
+# types out of the debug information. Those of another standard library cannot be read.
 
 import functools
 import itertools
@@ -39,7 +39,7 @@ def at(address, kind):
 
 
 def word(container, offset):
-    """The word in a container, which is an address or a value. A value that a function returned has no address."""
+    """The word at an offset in a container: an address, or a value. A value that a function returned has no address."""
     if isinstance(container, int):
         return int(at(container + offset, gdb.lookup_type("unsigned long")))
     if container.address is not None:
@@ -53,7 +53,7 @@ def word(container, offset):
 
 
 class Printer:
-    """Turns a value into text by one of the methods from json on. What cannot be read raises an exception in them."""
+    """Turns a value into text by one of the methods from json on. These raise an exception for what cannot be read."""
 
     def __init__(self, method, value):
         self.method = method
@@ -74,7 +74,7 @@ class Printer:
         return shown
 
     def meet(self, address):
-        """Nothing is held twice, least of all by itself."""
+        """Raises an exception at a second visit: nothing sound is held twice, or by itself."""
         require(address not in self.seen)
         self.seen.add(address)
 
@@ -96,7 +96,7 @@ class Printer:
         return self.characters(start, size)
 
     def array(self, vector, size, element):
-        """A vector whose elements have that size; `element` makes the text of the one at an address."""
+        """A vector whose elements have `size` bytes; `element` makes the text of the element at an address."""
         start, finish = word(vector, 0), word(vector, WORD)
         require(start <= finish and (finish - start) % size == 0 and start % WORD == 0)
         addresses = range(start, finish, size)
@@ -110,7 +110,7 @@ class Printer:
         return "{" + self.sequence(count, entries) + "}"
 
     def nodes(self, node):
-        """The nodes of a tree in the order of their keys. One that is too deep for Python's stack raises as well."""
+        """The nodes of a tree in the order of their keys. A tree too deep for Python's stack raises an exception."""
         if node != 0:
             self.meet(node)
             yield from self.nodes(word(node, 2 * WORD))

@@ -7,13 +7,13 @@ namespace oxu {
 
 namespace {
 
-// The fields of a frame, as ProtocolToString writes them: length of what follows it, type, length of the name; then the
-// name and the body.
+// The fields of a frame, as ProtocolToString writes them: the number of bytes behind this field, the type, the length
+// of the name, the name, the body.
 constexpr std::size_t kTypeAt = sizeof(std::uint32_t);
 constexpr std::size_t kNameLengthAt = kTypeAt + 1;
 constexpr std::size_t kNameAt = kNameLengthAt + sizeof(std::uint16_t);
 
-// Copied, not read through a pointer: the fields lie anywhere.
+// Copies the number, since fields need not be aligned.
 template <class Number>
 std::size_t numberAt(const char* bytes) {
   Number number = 0;
@@ -49,7 +49,7 @@ bool FrameReader::next(Frame& frame) {
   return true;
 }
 
-// Moves m_wholeEnd behind the frame that begins there. False when it is not complete, or breaks the stream.
+// Moves m_wholeEnd behind the frame that begins there. False when that frame is not complete, or breaks the stream.
 bool FrameReader::findFrame() {
   const char* const frame = m_bytes.data() + m_wholeEnd;
   const std::size_t available = m_bytes.size() - m_wholeEnd;
@@ -62,8 +62,9 @@ bool FrameReader::findFrame() {
   return true;
 }
 
-// Waits until the bytes taken are at least half of all, so that no byte is moved for which none was taken. The room
-// goes back when little of it is in use: a large frame leaves its connection no large buffer.
+// Drops the bytes of the frames that next has given, once they are at least half of all bytes: so no more bytes are
+// moved than are dropped. Shrinks a buffer of which little is in use, so that a large frame leaves no large buffer
+// behind.
 void FrameReader::dropTaken() {
   if (m_taken < m_bytes.size() - m_taken) return;
   m_bytes.erase(0, m_taken);

@@ -24,16 +24,15 @@ void closeClient(CSocket* client) {
 
 }  // namespace
 
-// What a client thread starts with.
+// The argument of a client thread.
 struct LogService::ClientThread {
   LogService* service;
   std::shared_ptr<CSocket> client;
 };
 
-// The socket of every client.
 class LogService::Connection : public CSocket {
  public:
-  std::string peer;  // "IP:PORT", where frames are wanted
+  std::string peer;  // "IP:PORT"; empty without a frame callback
 };
 
 // The frames of one connection.
@@ -42,7 +41,7 @@ class LogService::Frames {
   Frames(const LogService& service, const std::string& peer)
       : m_service(service), m_peer(peer), m_reader(service.m_maxFrameBytes) {}
 
-  // Hands on the frames that the bytes complete; false when the connection is to be closed.
+  // Passes the frames that the bytes complete to the callback; false when the connection is to be closed.
   bool take(const char* data, int size) try {
     const bool isSound = m_reader.add(data, static_cast<std::size_t>(size));
     for (oxu::Frame frame; m_reader.next(frame);) m_service.m_frameCallback(m_peer, frame);
@@ -75,10 +74,10 @@ void LogService::startServer(const std::string& ip, short port) {
     m_socket.close();
     return;
   }
-  // From the listening on, the system completes connections and queues them, whether or not the thread has come up.
+  // From listen on, the system completes connections and queues them, even before the thread runs.
   os_print_now(stderr, "[LogServiceServer]system socket(%s:%d) init success!\n", ip.c_str(), port);
   m_socket.listen(kBacklog);
-  // With few places the system drops connections whose clients have been told that connect and send succeeded.
+  // With a short queue the system drops connections whose clients have seen connect and send succeed.
   m_socket.listen(kLongestBacklog);
   if (!os_thread_create(&m_thread, runMainThread, this, 0, 0)) {
     fail();
@@ -86,7 +85,7 @@ void LogService::startServer(const std::string& ip, short port) {
   }
 }
 
-// In this order: without the accept thread no client thread can appear, and without those nobody uses the sockets.
+// The accept thread goes first, so that no client thread can appear. After the client threads nobody uses the sockets.
 void LogService::stopServer() {
   m_stop = true;
   if (m_thread != 0) {
@@ -101,7 +100,7 @@ void LogService::stopServer() {
 }
 
 unsigned short LogService::port() const {
-  // Another server can have come first, between the binding and the listening.
+  // The handle is bound but does not listen where another server came first, between bind and listen.
   int isListening = 0;
   unsigned int length = sizeof isListening;
   std::string ip;
@@ -115,8 +114,8 @@ void* LogService::runMainThread(void* self) {
   return nullptr;
 }
 
-// Waits with a limit, as every thread here does, so as to see the flag. A failed accept is tried again at once: it has
-// paused by itself for lack of room. The pause after a connection ends when the next one waits.
+// Every thread here waits with a limit, so that it sees m_stop. After a failed accept there is no pause: the accept has
+// paused for lack of room. The pause after an accepted connection ends when the next connection waits.
 void LogService::mainThread() {
   while (!m_stop) {
     if (!os_socket_readable(m_socket.handle(), kReadinessWaitMs, nullptr, m_socket.mode())) {
@@ -127,7 +126,7 @@ void LogService::mainThread() {
   }
 }
 
-// False when no connection was taken. Without memory for one, the connection waits or is closed.
+// False when no connection was accepted. Where memory runs out, the connection goes on waiting or is closed.
 bool LogService::acceptClient() try {
   auto* const connection = new Connection;
   const std::shared_ptr<CSocket> client(connection, closeClient);
@@ -144,8 +143,8 @@ bool LogService::acceptClient() try {
   return false;
 }
 
-// Where it fails, the caller's pointer is the last, and the connection is closed. The entry comes first: a thread that
-// runs must not be lost for lack of memory to remember it.
+// Where no thread can be started, the caller holds the last pointer, and its end closes the connection. The entry is
+// made before the thread: there must be memory to remember a thread that runs.
 void LogService::startClientThread(const std::shared_ptr<CSocket>& client) {
   std::unique_ptr<ClientThread> argument(new ClientThread{this, client});
   m_clientThreads.push_back(0);
@@ -159,7 +158,7 @@ void* LogService::runClientThread(void* argument) {
   return nullptr;
 }
 
-// Holds the connection by a pointer of its own. NOLINTNEXTLINE(performance-unnecessary-value-param)
+// Its own pointer keeps the connection open. NOLINTNEXTLINE(performance-unnecessary-value-param)
 void LogService::handleClient(std::shared_ptr<CSocket> client) {
   char buffer[kBufferBytes];
   Frames frames(*this, static_cast<const Connection&>(*client).peer);

@@ -13,19 +13,20 @@ constexpr int kSendBufferBytes = 256 << 10;
 
 enum Result { kConnected = 0, kNotConnected = -2, kNotSent = -3, kNotWritable = -4 };
 
-int notSent(int result) {
+int failSend(int result) {
   os_print_now(stderr, "[LogServiceClient]Failed to send data. ret = %d\n", result);
   return kNotSent;
 }
 
-// The system chose the client's port from the range that it also gives to servers, and lets a socket connect to itself.
+// The system lets a socket connect to itself. That happens where the port it has chosen for the client is the one that
+// the client connects to.
 bool isConnectedToItself(CSocket& socket) {
   std::string ip, peerIp;
   unsigned short port = 0, peerPort = 0;
   return socket.getSockName(ip, port) && socket.getPeerName(peerIp, peerPort) && ip == peerIp && port == peerPort;
 }
 
-// Without the wait of an ordinary close, so that the port is free for the server that is to have it.
+// Closes without the wait of an ordinary close, so that the port is free at once for the server that is to have it.
 void reset(CSocket& socket) {
   const linger atOnce{1, 0};
   socket.setSockopt(SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
@@ -34,23 +35,23 @@ void reset(CSocket& socket) {
 
 }  // namespace
 
-// The only place where a handle is made: after close, or a failed connection, a new client is needed. A socket that
-// could not be bound still holds its handle, and would connect in spite of what has been printed: it is closed.
+// Handles are made here alone: after close, or a failed connection, a new client is needed. A socket whose bind failed
+// still holds its handle, and could connect although a failure was printed. So it is closed.
 LogServiceClient::LogServiceClient() : m_socket(*new CSocket) {
   if (!m_socket.initSocket(SOCK_STREAM, "", 0, 0)) {
     os_print_now(stderr, "[LogServiceClient]Socket initialization failed. ret = %d\n", os_socket_get_errno_code());
     m_socket.close();
     return;
   }
-  // With the socket's own 8192 bytes, each piece waits for the acknowledgement of the one before, which a receiver may
+  // With the 8192 bytes of every CSocket, each piece waits until the piece before is acknowledged, which a receiver may
   // delay by 40 ms.
   m_socket.setSockopt(SOL_SOCKET, SO_SNDBUF, &kSendBufferBytes, sizeof kSendBufferBytes);
 }
 
 LogServiceClient::~LogServiceClient() { m_socket.releaseRef(); }
 
-// Success of the socket's call only means that the attempt is under way; the handle can be written to once it has
-// succeeded. One that takes too long is not cancelled, it ends with the handle.
+// The socket's call only begins the attempt; the handle is writable once the attempt has succeeded. An attempt that
+// takes too long goes on until the handle is closed.
 int LogServiceClient::connect(const std::string& ip, int port) {
   if (!m_socket.connect(ip, static_cast<unsigned short>(port))) {
     const int error = os_socket_get_errno_code();
@@ -66,11 +67,11 @@ int LogServiceClient::connect(const std::string& ip, int port) {
   return kNotConnected;
 }
 
-// The system takes as much as the peer has left room for. So each piece waits for room again, and a peer that takes
-// nothing for a whole wait ends the send. A reset link counts as writable: it is asked for by itself, before the
-// piece, which would only fail without saying why.
+// The system takes as many bytes as there is room for. So each piece waits for room again, and a peer that takes
+// nothing for a whole wait ends the send. A reset link counts as writable, and the piece would fail without saying why:
+// so the link is checked before each piece.
 int LogServiceClient::send(const char* data, unsigned long length) {
-  if (length > INT_MAX) return notSent(-1);
+  if (length > INT_MAX) return failSend(-1);
   const int size = static_cast<int>(length);
   for (int sent = 0; sent < size;) {
     if (!os_socket_writable(m_socket.handle(), kSendWaitMs, nullptr, m_socket.mode())) {
@@ -82,7 +83,7 @@ int LogServiceClient::send(const char* data, unsigned long length) {
       return kNotWritable;
     }
     const int piece = m_socket.send(data + sent, size - sent, 0);
-    if (piece <= 0) return notSent(piece);
+    if (piece <= 0) return failSend(piece);
     sent += piece;
   }
   return size;

@@ -24,7 +24,7 @@ void ProtocolToString(int type, const std::string& name, const std::string& body
   const auto length = static_cast<std::uint32_t>(kNameAt - kTypeAt + name.size() + body.size());
   std::unique_ptr<char[]> frame(new (std::nothrow) char[kTypeAt + length]);
   if (!frame) return;
-  // Copied, not stored through pointers: the two-byte field does not lie on an even address.
+  // Copies the numbers, since the two-byte field is not aligned.
   std::memcpy(frame.get(), &length, sizeof length);
   frame[kTypeAt] = static_cast<char>(type);
   std::memcpy(&frame[kNameLengthAt], &nameLength, sizeof nameLength);

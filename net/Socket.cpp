@@ -17,7 +17,8 @@ namespace {
 constexpr int kTimeoutMs = 500;
 constexpr int kBufferBytes = 8192;
 
-// The any-address stands in for a text that cannot be read. inet_addr answers the same for the broadcast address.
+// A text that is no address stands for any address. inet_addr returns the same for it as for the broadcast address,
+// which therefore stands for any address, too.
 sockaddr_in makeAddress(const std::string& ip, unsigned short port) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
@@ -34,7 +35,7 @@ void readAddress(const sockaddr_in& address, std::string& ip, unsigned short& po
 
 RT_MODE orDefault(RT_MODE mode) { return mode == 0 ? get_default_rt_mode() : mode; }
 
-// Makes the call until no signal interrupts it.
+// Repeats the call until no signal interrupts it.
 template <typename Call>
 int retried(const Call& call) {
   int result = -1;
@@ -44,7 +45,7 @@ int retried(const Call& call) {
   return result;
 }
 
-// Gets an address by one of the two calls for it.
+// `get` is os_socket_get_peer_name or os_socket_get_sock_name.
 template <typename Get>
 bool readName(const Get& get, int fd, RT_MODE mode, std::string& ip, unsigned short& port) {
   sockaddr_in address = makeAddress("", 0);
@@ -54,7 +55,7 @@ bool readName(const Get& get, int fd, RT_MODE mode, std::string& ip, unsigned sh
   return true;
 }
 
-// Closes a handle that nobody took.
+// Closes a handle that no socket took, if any; false for the caller to return.
 bool discard(int fd, RT_MODE mode) {
   if (fd != -1) os_socket_close(fd, mode);
   return false;
@@ -71,7 +72,7 @@ bool ISocketStub::queryInterface(const char* name, void** out) {
 
 std::uint64_t ISocketStub::addRef() { return os_thread_sync_fetch_add(&m_refCount); }
 
-// Whoever takes the count to 0 is the only one left who knows the object.
+// The thread that takes the count to 0 is the only one that still knows the object.
 std::uint64_t ISocketStub::releaseRef() {
   const std::uint64_t references = os_thread_sync_fetch_sub(&m_refCount);
   if (references == 0) {
@@ -91,7 +92,7 @@ void CSocket::onSocketAttach() {}
 
 void CSocket::onSocketDetach() {}
 
-// What cannot be set is left: a handle that does not work shows it in every operation.
+// Settings that fail are passed over: on a handle that does not work, every operation fails.
 bool CSocket::attach(int fd, RT_MODE mode) {
   if (m_fd != -1 || fd == -1) return false;
   m_fd = fd;
@@ -110,7 +111,7 @@ bool CSocket::attach(int fd, RT_MODE mode) {
 }
 
 int CSocket::dettach() {
-  // While the handle can still be asked for.
+  // First, so that the derived class can still use the handle.
   onSocketDetach();
   const int fd = m_fd;
   m_fd = -1;
@@ -146,7 +147,7 @@ bool CSocket::connect(const std::string& ip, unsigned short port) {
   return error == EINPROGRESS || error == EAGAIN;
 }
 
-// An accept that failed gives -1, which no socket attaches.
+// A failed accept gives -1, which attach refuses.
 bool CSocket::accept(ISocket*& client, std::string& ip, unsigned short& port, RT_MODE mode) {
   if (client == nullptr) return false;
   sockaddr_in address = makeAddress("", 0);

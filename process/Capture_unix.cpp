@@ -22,15 +22,12 @@ constexpr int kPipeBytes = 256 * 1024;
 constexpr int kReaderPauseSeconds = 1;
 constexpr char kWakeUpText[] = "Stop Process!\n";
 
-// The read end carries the mark kInUse, far above any descriptor number, while the reader thread uses it.
-//
-// Who closes the read end. Only a failed launch closes the pipe while the reader runs. The number may be given to
-// another file at once, so it must not be closed while the reader is about to select or read on it: closePipe takes
-// the number away, and whichever of the two sees that the other is done with it closes it. So the reader's calls never
-// meet a number that was closed, let alone reused.
-
+// The mark of a read end that the reader thread uses; far above any descriptor number.
 constexpr int kInUse = 1 << 30;
 
+// Marks the read end as in use, so that the number is not closed, and given to another file, while the reader is about
+// to select or read on it. A failed launch closes the pipe while the reader runs: closePipe then takes the number away,
+// and the end of this use closes the read end. Without a mark closePipe closes the read end itself.
 class ReadEndUse {
  public:
   explicit ReadEndUse(std::atomic<int>& readEnd) : m_read_end(readEnd), m_fd(readEnd.load()) {
@@ -54,7 +51,7 @@ class ReadEndUse {
   int m_fd;
 };
 
-// A read set for one descriptor of any number; an fd_set ends at FD_SETSIZE.
+// A read set for one descriptor of any number. An fd_set would end at FD_SETSIZE.
 class ReadSet {
  public:
   // Makes `fd` the set's only member.
@@ -105,7 +102,7 @@ int StartProcess::initializePipe() {
   return 0;
 }
 
-// What the reader thread owns for its whole life.
+// What the reader thread owns.
 struct StartProcess::Reader {
   std::unique_ptr<char[]> buffer;
   ReadSet set;
@@ -154,8 +151,8 @@ long StartProcess::readChunk(int fd, Reader& reader) {
   return size;
 }
 
-// All bytes that have been written into the pipe: those in it and those that were read. False where the reader took
-// some of them out meanwhile, which might be in neither count.
+// Stores the number of bytes that have been written into the pipe: those in it and those that were read. False where
+// the reader took bytes out meanwhile, which might be in neither number.
 bool StartProcess::countWritten(std::uint64_t& bytes) const {
   const std::uint64_t turn = m_read_turn;
   const std::uint64_t read = m_read_bytes;
@@ -181,8 +178,9 @@ bool StartProcess::flushOutput(int milliseconds) const {
 
 int StartProcess::readEnd() const { return m_pipe_read & ~kInUse; }
 
-// A write end of the host's own, which never blocks: commands share the flags of the other one, and can change them.
-// Where the system gives none, the other one has to do, unless it is meant to block: then there is none, -1.
+// A write end for the host alone, which never blocks. The flags of m_pipe_write are shared with the commands, which can
+// change them. Where the system gives no further end, the result is a copy of m_pipe_write, or -1 where that one is
+// meant to block.
 int StartProcess::openWriteEnd() const {
   const std::string path = "/proc/self/fd/" + std::to_string(m_pipe_write);
   const int own = os_descriptor_off_standard(::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
@@ -193,7 +191,7 @@ int StartProcess::openWriteEnd() const {
 
 void StartProcess::stopReadPipe() {
   if (::fcntl(m_pipe_write, F_GETFL) == -1) return;
-  // A full pipe must not block this thread: the reader, which sees that it is to end, would not empty it.
+  // A full pipe must not block this thread: a reader that has seen m_running would not empty it any more.
   int writeEnd = openWriteEnd();
   if (::write(writeEnd, kWakeUpText, sizeof kWakeUpText - 1) == -1) push_log(ERROR, "write pipe error");
   os_descriptor_close(writeEnd);
@@ -202,8 +200,8 @@ void StartProcess::stopReadPipe() {
 void StartProcess::closePipe() {
   int readEnd = m_pipe_read.exchange(-1);
   os_descriptor_close(m_pipe_write);
-  // A read end in use is left to the reader, which closes it at the end of its iteration. -1 has every bit set, so a
-  // pipe closed before also counts as in use.
+  // The reader closes a read end in use at the end of its iteration. -1 has every bit set, so a pipe closed before also
+  // counts as in use.
   if ((readEnd & kInUse) == 0) os_descriptor_close(readEnd);
 }
 

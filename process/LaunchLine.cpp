@@ -10,11 +10,11 @@ namespace oxu {
 
 namespace {
 
-// Constants that need no construction: a static object of the host may launch before this file's own are made.
+// These constants need no construction: a static object of the host may launch before this file's objects exist.
 constexpr std::string_view kPlaceholder = "$SU_PASSWD$";
 constexpr char kPasswordVariable[] = "__SU_PASSWD__";
 
-// The password, as the shell reads it.
+// What the shell replaces with the password.
 std::string passwordReference() { return std::string("\"$") + kPasswordVariable + "\""; }
 
 std::string trimmed(const std::string& text) {

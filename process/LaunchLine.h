@@ -1,6 +1,5 @@
-// The text that a launch hands to the shell, made from the host's arguments and environment, and the running of
-// commands as root through sudo. Every function may be called from any thread; like any reader of the environment, they
-// race with a thread that changes it.
+// The text that a launch hands to the shell, made from the host's arguments and environment, with commands that are to
+// run as root wrapped for sudo. Every function may be called from any thread, while no thread changes the environment.
 #ifndef PROCESS_LAUNCHLINE_H
 #define PROCESS_LAUNCHLINE_H
 
@@ -18,7 +17,7 @@ struct LaunchLine {
 LaunchLine makeLaunchLine(const std::string& workDir, const std::string& envNames, const std::string& command,
                           const std::string& password, bool needRoot);
 
-// True when root is wanted and the caller's effective user is not root.
+// True when root is needed and the caller's effective user is not root.
 bool needRootPrivilege(bool need);
 
 // The command with each of its ';'-separated parts run by sudo, which reads the password from __SU_PASSWD__.

@@ -24,19 +24,19 @@ namespace {
 
 constexpr char kShell[] = "/bin/bash";
 
-// All that the child needs, made before there is one.
+// All that the child needs; made before the child exists.
 struct Child {
   int readEnd;
   int writeEnd;
   bool isBlocking;
   bool announces;
-  int messageEnd;  // leads into the pipe too, and never blocks: the launching thread waits for what is written
+  int messageEnd;  // leads into the pipe too. Never blocks, since the launching thread waits for the child
   const std::vector<std::string>& announcements;
   char* const* arguments;
   char* const* environment;
 };
 
-// The host's environment with `entry`, a NAME=VALUE, in place of any other of that name, and the null at the end.
+// The host's environment, with `entry`, a NAME=VALUE, in place of any entry of that name, and a null at the end.
 std::vector<char*> environmentWith(std::string& entry) {
   const std::size_t prefix = entry.find('=') + 1;
   std::vector<char*> environment;
@@ -48,11 +48,11 @@ std::vector<char*> environmentWith(std::string& entry) {
   return environment;
 }
 
-// Whether a line that is printed leaves stdout at once. A stream that was neither used nor set has no buffer yet, and
-// an unbuffered one has one byte. Neither look takes the stream's lock.
+// Whether stdout is line-buffered or unbuffered. An unbuffered stream has a buffer of one byte; a stream that was never
+// used or set has none yet. Neither call takes the stream's lock.
 bool isStdoutImmediate() { return ::__flbf(stdout) != 0 || ::__fbufsize(stdout) == 1; }
 
-// A short line, put together on the stack and written at once.
+// A short line, put together on the stack and written by one call.
 class Line {
  public:
   Line& operator<<(const char* text) {
@@ -63,7 +63,7 @@ class Line {
     m_size = static_cast<std::size_t>(std::to_chars(m_text + m_size, m_text + sizeof m_text, number).ptr - m_text);
     return *this;
   }
-  // A console that stands still takes nothing.
+  // Does not wait for room: a console that stands still gets no line.
   void writeTo(int fd) const {
     pollfd room{fd, POLLOUT, 0};
     if (::poll(&room, 1, 0) == 1) (void)!::write(fd, m_text, m_size);
@@ -80,23 +80,23 @@ const char* errorText() {
 }
 
 // As perror does, without stdio and its locks.
-void complainInChild(int fd, const char* what) { (Line() << what << ": " << errorText() << "\n").writeTo(fd); }
+void printErrorInChild(int fd, const char* what) { (Line() << what << ": " << errorText() << "\n").writeTo(fd); }
 
-// The child, up to the shell. It runs in the host's memory while the launching thread waits and all others go on. So it
-// makes system calls only: they act on the child's own descriptors, group, signal actions and mask. It takes no lock,
-// allocates nothing, and writes to no memory but its own frames and errno.
+// The child, up to the shell. It runs in the host's memory, while the launching thread waits and all other threads go
+// on. So it makes system calls only, and these act on what is the child's own: descriptors, group, signal actions and
+// mask. It takes no lock, allocates nothing, and writes to no memory but its own stack frames and errno.
 //
-// Not inlined, so that its frames lie below the one to which the launching thread returns.
+// Not inlined, so that its frames lie below the frame to which the launching thread returns.
 [[noreturn, gnu::noinline]] void becomeShell(const Child& child) {
   ::close(child.readEnd);
   if (!child.isBlocking && ::fcntl(child.writeEnd, F_SETFL, O_NONBLOCK) == -1) {
-    complainInChild(STDERR_FILENO, "fcntl set nonblock");
+    printErrorInChild(STDERR_FILENO, "fcntl set nonblock");
   }
   if (::dup2(child.writeEnd, STDOUT_FILENO) == -1 || ::dup2(child.writeEnd, STDERR_FILENO) == -1) {
-    complainInChild(STDERR_FILENO, "dup2 failed");
+    printErrorInChild(STDERR_FILENO, "dup2 failed");
     ::_exit(1);
   }
-  // An end that could not be moved away may have had one of these numbers, and is close-on-exec still.
+  // A write end that could not be moved off 1 or 2 is close-on-exec still: dup2 to its own number changes no flag.
   ::fcntl(STDOUT_FILENO, F_SETFD, 0);
   ::fcntl(STDERR_FILENO, F_SETFD, 0);
   if (::setpgid(0, 0) == -1 && child.announces) {
@@ -107,18 +107,18 @@ void complainInChild(int fd, const char* what) { (Line() << what << ": " << erro
   if (child.announces) {
     for (const std::string& line : child.announcements) (void)!::write(child.messageEnd, line.data(), line.size());
   }
-  // Last, when a signal that ends the child has nothing left to tear. Until here all of them are blocked.
+  // Last: until here all signals are blocked, so that none ends the child halfway through its announcements.
   os_signal_reset_for_exec();
   ::execve(kShell, child.arguments, child.environment);
-  complainInChild(child.messageEnd, "execvp failed");
+  printErrorInChild(child.messageEnd, "execvp failed");
   ::_exit(1);
 }
 
-// The child's pid, once it has become the shell or has ended; -1 where there is none. A handler of the host must not
-// run in the child, and a thread that is cancelled must not end in it.
+// Returns the child's pid once the child has become the shell or has ended; -1 where no child could be made. In the
+// child no handler of the host must run, and no request to cancel the thread must end it.
 pid_t launch(const Child& child) {
   const os_signal_all_guard undisturbed;
-  // Not by fork, which copies the host's page tables; becomeShell keeps the rules that vfork has for the child.
+  // fork would copy the host's page tables. becomeShell keeps the rules that vfork has for the child.
   // NOLINTBEGIN(clang-analyzer-security.insecureAPI.vfork, clang-analyzer-unix.Vfork)
   const pid_t pid = ::vfork();
   if (pid == 0) becomeShell(child);
@@ -144,8 +144,8 @@ int StartProcess::addProcess(const std::string& workDir, const std::string& envN
     closePipe();
     return -1;
   }
-  // The child does the same for itself. Where it has not come to that yet, a kill that follows at once finds the
-  // child's own group and never the host's.
+  // The child does the same for itself. Where it has not come to that yet, a kill that follows at once still finds the
+  // child's own group, and never the host's.
   ::setpgid(pid, pid);
   m_pid = pid;
   return pid;

@@ -11,7 +11,7 @@ namespace oxu {
 
 namespace {
 
-// -1, with a message, where there is no such process.
+// -1, with a logged message, where there is no such process.
 int groupOf(int pid) {
   const int pgid = ::getpgid(pid);
   if (pgid == -1) push_log(ERROR, "Failed to get pgid for pid: %d.\n", pid);
@@ -20,8 +20,8 @@ int groupOf(int pid) {
 
 std::string killCommand(int pgid) { return "kill -9 -- -" + std::to_string(pgid); }
 
-// Runs the commands, the first of them as root, in a shell in the background: system() returns once that has been
-// started. A null password is an empty one.
+// Runs the commands in a background shell, the first of them as root; system() returns once that shell runs. A null
+// password counts as an empty one.
 bool startShell(const std::string& commands, const std::string* password) {
   std::string line = "bash -c \"";
   if (::geteuid() != 0) line += "echo '" + (password != nullptr ? *password : "") + "' | sudo -S ";

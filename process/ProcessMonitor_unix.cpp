@@ -20,7 +20,7 @@ int callQuitCallback(const std::function<int()>& callback) { return callback ? c
 
 }  // namespace
 
-// The watcher's private copy. It walks this one, without the mutex, and acts on the live table.
+// The watcher's private copy. The watcher walks through this copy without the mutex, and changes the live table.
 struct ProcessMonitor::Snapshot {
   std::unordered_map<std::string, ProcessInfo> processes;
   std::vector<int> reapPids;
@@ -86,8 +86,8 @@ void ProcessMonitor::refresh(Snapshot& snapshot) {
   m_changed = false;
 }
 
-// Here and below the entry leaves the table before its callback runs: a callback that registers its
-// own name again neither destroys the callable that is running nor has its new entry removed.
+// Here and in checkOtherProcess the entry leaves the table before its callbacks run. So a callback that registers its
+// own name again does not destroy the callable that is running, and its new entry stays.
 void ProcessMonitor::checkChild(const std::string& name, const ProcessInfo& info) {
   int status = 0;
   if (!collect(info.m_pid, status)) return;
@@ -121,7 +121,7 @@ void ProcessMonitor::checkOtherProcess(const std::string& name, const ProcessInf
   m_changed = true;
 }
 
-// Each listed process gets one wait and leaves the list, collected or not.
+// Waits once for each listed process, without blocking, and takes it off the list, collected or not.
 void ProcessMonitor::reapListed(const Snapshot& snapshot) {
   for (const int pid : snapshot.reapPids) {
     waitProcess(pid);

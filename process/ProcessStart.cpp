@@ -12,7 +12,7 @@ std::string* StartProcess::m_su_passwd = nullptr;
 StartProcess::StartProcess()
     : m_running(false), m_output_thread(0), m_buffer_size(0), m_pid(-1), m_pipe_write(-1), m_pipe_read(-1) {}
 
-// Delegates, so that from here on the destructor cleans up, also when a step below throws.
+// Delegates, so that the destructor cleans up where a step below throws.
 StartProcess::StartProcess(const std::string& workDir, const std::string& envNames, const std::string& command,
                            const std::string& password, std::function<void(const std::string&)> outputCallback,
                            unsigned long bufferSize, bool needRoot, bool blockingOutput)

@@ -21,8 +21,7 @@ void closeBoth(const int (&fds)[2]) {
   ::close(fds[1]);
 }
 
-// Makes a pipe on numbers that the redirection does not replace: an end that stayed on one would be overwritten, or
-// closed as a standard descriptor.
+// Makes a pipe whose ends are above 2: the redirection would overwrite or close an end with a standard number.
 bool makePipe(int (&fds)[2]) {
   if (!os_descriptor_pipe(fds)) return false;
   if (std::min(fds[0], fds[1]) > STDERR_FILENO) return true;
@@ -46,9 +45,9 @@ class SavedStdout {
 
   int fd() const { return m_fd; }
 
-  // Standard output that was closed is closed again, and so is one that cannot be put back: a write to it fails then,
-  // where one to a pipe without a reader would end the host. Nothing is flushed: text that the host has not flushed
-  // yet stays in its buffer and goes to the old place.
+  // Closes a standard output that was closed before, or that cannot be put back: a write to a closed descriptor fails,
+  // while a write to a pipe without a reader would end the host. Flushes nothing: text in the host's buffer stays there
+  // and goes to the old place.
   void putBack() const {
     if (::dup2(m_copy, m_fd) == -1) ::close(m_fd);
   }
@@ -58,7 +57,7 @@ class SavedStdout {
   int m_copy;
 };
 
-// A read that a signal interrupts is no error.
+// Repeats a read that a signal interrupts.
 ssize_t readChunk(int fd, char (&buffer)[kChunkBytes]) {
   ssize_t size = -1;
   do {
@@ -77,8 +76,8 @@ void OutputRedirector::open() {
   }
   os_print(stdout, "Redirecting stdout/stderr to pipes:%d\n", fds[0]);
   if (!redirectStdoutToPipe(fds[1])) {
-    // The read end of an earlier redirection stays open: the standard descriptors still lead into that pipe, and
-    // without a reader it would end the host.
+    // The read end of an earlier redirection stays open: the standard descriptors still lead into that pipe, and a
+    // write to a pipe without a reader would end the host.
     closeBoth(fds);
     m_read_fd = -1;
     return;
@@ -97,7 +96,7 @@ bool OutputRedirector::redirectStdoutToPipe(int fd) {
     if (isReplaced) saved.putBack();
     return false;
   }
-  // By number: a host can have given its streams others than these.
+  // By number: a host can have given its streams other descriptors.
   ::fcntl(STDOUT_FILENO, F_SETFL, O_NONBLOCK);
   ::fcntl(STDERR_FILENO, F_SETFL, O_NONBLOCK);
   m_redirected = true;

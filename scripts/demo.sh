@@ -36,7 +36,7 @@ callback returned, not the exit status. An empty line follows each. How a comman
 TEXT
 
 rm -f "$folder"/{collector,supervisor,collected}.json "$folder/collector.log"
-# In sessions of their own: Ctrl-C is for this script, which passes it on once.
+# Both programs get sessions of their own, so that Ctrl-C reaches this script alone, which passes it on once.
 setsid "$folder/examples/log_collector" --listen 127.0.0.1:0 --json --report "$folder/collector.json" \
   >"$folder/collected.json" 2>"$folder/collector.log" &
 collector=$!
@@ -51,13 +51,13 @@ setsid "$folder/examples/supervisor" --config examples/supervisor.ini --log-serv
 supervisor=$!
 trap 'kill -INT "$supervisor"' INT
 sleep "$seconds" && kill -INT "$supervisor"
-# A signal ends the wait as well.
+# A signal to this script ends the wait as well.
 until wait "$supervisor"; do kill -0 "$supervisor"; done
 kill -INT "$collector"
 wait "$collector"
 trap - INT EXIT
 
-# objects FILE: those of a list, one a line.
+# objects FILE: the objects of a JSON list, one per line.
 objects() { sed 's/},{/\n/g' "$1"; }
 
 printf '\n%s\n%s\n\n' "The figures of all starts together, with the last end (also in $folder/supervisor.json" \

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Checks the pages: each block between "<!-- example NAME -->" and "<!-- end -->" is the file examples/NAME, word for
-# word, and each link to a file or a heading of the repository leads somewhere. With --refresh it fills the blocks.
+# word, and each link to a file or a heading of the repository leads somewhere. --refresh copies the files into the
+# blocks.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 pages=(./*.md docs/*.md)
@@ -27,7 +28,7 @@ filled() {
     !inside' "$1"
 }
 
-# The page without code, where brackets and parentheses mean something else.
+# The page without code, in which brackets and parentheses are no links.
 prose() { awk '/^ *```/ { code = !code; next } !code' "$1" | sed 's/`[^`]*`//g'; }
 
 # The anchors of a page's headings.

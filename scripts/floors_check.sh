@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Checks the table of folders in docs/ARCHITECTURE.md against the code: a folder includes only its own files and those
-# of the folders that its row names, and calls POSIX directly only where the row says so. And no line of code or text,
-# tables aside, is longer than 120 columns.
+# Checks the code against the table of folders in docs/ARCHITECTURE.md: a folder includes only its own files and those
+# of the folders that its row names, and calls POSIX directly only where the row says so. No line of code or text is
+# longer than 120 columns, tables aside.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 faults=0
@@ -14,7 +14,7 @@ while IFS='|' read -r _ folder _ includes posix _; do
   if [[ $posix != *yes* ]] && grep -rnE '(^|[^[:alnum:]_>:])::[a-z_]+\(' "$folder"; then faults=1; fi
 done < <(grep -E '^\| `(include/oxu|os|log|json|config|net|process)/` ' docs/ARCHITECTURE.md)
 
-# Without git, which a machine that only builds need not have.
+# Uses find and not git: a machine that only builds need not have git.
 find . \( -path ./build -o -path ./.git \) -prune -o -name '*.h' -print -o -name '*.cpp' -print -o -name '*.c' -print \
   -o -name '*.sh' -print -o -name '*.md' -print | xargs awk '
   length > 120 && !/^\|/ { print FILENAME ":" FNR ": too long"; bad = 1 }

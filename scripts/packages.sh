@@ -1,13 +1,13 @@
 # Sourced by the other scripts: gets the Debian packages that they need.
 
-# quietly COMMAND... runs it, and shows what it prints only where it fails.
+# quietly COMMAND... runs the command, and shows its output only where it fails.
 quietly() {
   local output
   output=$("$@" 2>&1 </dev/null) || { printf '%s\n' "$output" "FAILED: $*" >&2; return 1; }
 }
 
-# install_missing PACKAGE... installs those that are not there yet, as root or through sudo; says what to
-# install, and ends the script, where neither works.
+# install_missing PACKAGE... installs the packages that are missing, as root or through sudo. Where neither works, says
+# what to install, and ends the script.
 install_missing() {
   local package missing=()
   if ! command -v dpkg-query >/dev/null; then
@@ -36,6 +36,6 @@ install_missing() {
 
 build_packages=(cmake g++ ninja-build)
 test_packages=("${build_packages[@]}" gcc libgtest-dev pkgconf sudo)
-# The benchmarks, with the libraries that they compare with.
+# For the benchmarks, with the libraries that they compare with.
 bench_packages=("${build_packages[@]}" git gnuplot-nox libbenchmark-dev python3
   libboost-dev libcli11-dev libcxxopts-dev libinih-dev libspdlog-dev nlohmann-json3-dev)

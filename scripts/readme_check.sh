@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
-# Does what the README says, in a fresh clone of the last commit: runs the sh blocks in its root, one after the other,
-# compiles and runs the cpp and c blocks with the built library, and builds the cmake blocks as projects of a consumer
-# who has the library installed, or as the folder libOxuTool beside his own files. A source file that a block names and
-# that is not there is the README's first block in that language.
-# Usage: readme_check.sh [--skip LINE]...; such lines of sh blocks are left out.
+# Does what the README says, in a fresh clone of the last commit:
+# - runs the sh blocks in the root of the clone, one after the other;
+# - compiles and runs the cpp and c blocks with the built library;
+# - builds the cmake blocks as projects of a consumer who has the library installed, or as a folder libOxuTool.
+# Where a block names a source file that does not exist, that file is the README's first block in its language.
+# Usage: readme_check.sh [--skip LINE]...; these lines of sh blocks are left out.
 set -euo pipefail
-# A block may run the tests or all of CI, which may come here again.
+# A block may run the tests or all of CI, which may run this script again.
 [[ -z ${OXU_README_CHECK:-} ]] || { echo "skipped: the README is being checked already"; exit 0; }
 export OXU_README_CHECK=1
 cd "$(dirname "$0")/.."
@@ -38,7 +39,7 @@ cmake --no-warn-unused-cli -G Ninja -B build/readme -DCMAKE_BUILD_TYPE=Release -
   -DOXU_BUILD_EXAMPLES=OFF -DOXU_INSTALL=ON -DCMAKE_INSTALL_PREFIX="$prefix" -DCMAKE_INSTALL_LIBDIR=lib >/dev/null
 cmake --build build/readme -- --quiet
 cmake --install build/readme >/dev/null
-# What a block puts into the home folder goes with the rest.
+# What a block puts into the home folder is removed with the rest.
 export HOME=$work/home
 mkdir "$HOME"
 

@@ -13,7 +13,7 @@ Address readAddress(const std::string& text, int leastPort) {
   Address address{text.substr(0, colon), std::atoi(port.c_str())};
   in_addr ignored{};
   const bool isPort = port == std::to_string(address.port) && address.port >= leastPort && address.port <= 65535;
-  // The library itself takes any other text for all addresses.
+  // Any other text would mean all addresses to the library.
   if (!isPort || ::inet_pton(AF_INET, address.ip.c_str(), &ignored) != 1) {
     throw std::runtime_error("'" + text + "' is not IP:PORT, such as 127.0.0.1:7979");
   }

@@ -1,4 +1,4 @@
-// What a log service and its clients agree on, and its address as users write it: IP:PORT.
+// What the supervisor and the collector agree on, and the address of a log service as users write it: IP:PORT.
 #ifndef COMMON_ADDRESS_H
 #define COMMON_ADDRESS_H
 
@@ -14,7 +14,7 @@ struct Address {
   int port = 0;
 };
 
-// Throws std::runtime_error for a text that is no IPv4 address, a colon, and a port from `leastPort` to 65535.
+// Reads an IPv4 address, a colon, and a port from `leastPort` to 65535. Throws std::runtime_error for any other text.
 Address readAddress(const std::string& text, int leastPort = 1);
 
 }  // namespace common

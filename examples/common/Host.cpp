@@ -54,14 +54,14 @@ oxu::json::Json number(unsigned long value) {
   return static_cast<double>(value);
 }
 
-bool writeReport(const oxu::json::Json& report, const std::string& path, std::ostream& otherwise) {
+bool writeReport(const oxu::json::Json& report, const std::string& path, std::ostream& fallback) {
   if (!path.empty()) {
     std::ofstream file(path);
     if (file << report.toJson() << std::endl) return true;
     std::cerr << "the report cannot be written to " << path << " and follows here\n";
   }
-  otherwise << report.toJson() << std::endl;
-  return path.empty() && otherwise;
+  fallback << report.toJson() << std::endl;
+  return path.empty() && fallback;
 }
 
 }  // namespace common

@@ -7,7 +7,7 @@ namespace common {
 
 namespace {
 
-// The length of the first piece of a line that is too long: no character of UTF-8 is cut.
+// The length of the first piece of a line that is too long. Cuts no character of UTF-8.
 std::size_t pieceOf(std::string_view line, std::size_t longest) {
   std::size_t size = longest;
   while (size > longest - 3 && (line[size] & 0xc0) == 0x80) --size;
@@ -20,7 +20,7 @@ void LineCutter::add(const std::string& text) {
   m_unfinished += text;
   std::size_t begin = 0;
   for (;;) {
-    // No further than a line may reach, so that a long one is not searched again for each of its pieces.
+    // Searches no further than a line may reach, so that a long line is not searched again for each of its pieces.
     const std::string_view rest = std::string_view(m_unfinished).substr(begin, m_longest + 1);
     const std::size_t feed = rest.find('\n');
     if (feed == std::string_view::npos && rest.size() <= m_longest) break;

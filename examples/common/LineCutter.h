@@ -9,7 +9,7 @@
 
 namespace common {
 
-// Used by one thread at a time, but for lines().
+// Used by one thread at a time; lines() may be called from any thread.
 class LineCutter {
  public:
   using OnLine = std::function<void(const std::string&)>;
@@ -17,10 +17,10 @@ class LineCutter {
   // A line of more than `longest` bytes is handed on in pieces.
   LineCutter(std::size_t longest, OnLine onLine) : m_longest(longest), m_on_line(std::move(onLine)) {}
 
-  // Hands on the lines that are complete now, without their ends.
+  // Hands on each line that `text` completes, without its line feed.
   void add(const std::string& text);
 
-  // Hands on what is left, a line without its end.
+  // Hands on the unfinished line, if any.
   void finish();
 
   unsigned long lines() const { return m_lines; }

@@ -18,10 +18,10 @@ constexpr std::size_t kShortestLabel = 8;
 constexpr std::size_t kLongestLabel = 40;
 
 std::atomic<bool> isImpatient{false};
-std::atomic<int> patienceMs{1000};  // is used up once impatient
-std::atomic<unsigned long> givenUp{0};
+std::atomic<int> patienceMs{1000};  // what is left for all waits; decreases once impatient
+std::atomic<unsigned long> droppedLines{0};
 
-// Calls `wait` with a few milliseconds until it succeeds; false when the patience is used up before.
+// Calls `wait` with a few milliseconds until it succeeds; false when the patience is used up.
 template <typename Wait>
 bool waitInSteps(Wait wait) {
   for (;;) {
@@ -52,13 +52,13 @@ void installLog() {
 
 void logLine(int level, const std::string& text) {
   if (level < get_log_level()) return;
-  // A longer record is refused, however long one waits.
-  if (!waitInSteps([&](int step) { return push_log_wait(step, level, "%.1022s", text.c_str()); })) ++givenUp;
+  // A longer record would be refused at every attempt.
+  if (!waitInSteps([&](int step) { return push_log_wait(step, level, "%.1022s", text.c_str()); })) ++droppedLines;
 }
 
 void logOutput(const std::string& name, std::string line, Controls controls) {
   std::string label = name.substr(0, kLongestLabel);
-  // A name that comes over the network could write lines of its own.
+  // A name that comes over the network could hold line feeds, and so pretend to be further lines.
   replaceControls(label);
   label.resize(std::max(label.size(), kShortestLabel), ' ');
   if (controls == Controls::kReplaced) replaceControls(line);
@@ -71,7 +71,7 @@ void becomeImpatient() { isImpatient = true; }
 void uninstallLog() {
   waitInSteps([](int step) { return flush_log(step); });
   uninstall_log_task();
-  if (givenUp != 0) std::cerr << givenUp << " lines were not printed, the console being too slow\n";
+  if (droppedLines != 0) std::cerr << droppedLines << " lines were not printed, the console being too slow\n";
 }
 
 }  // namespace common

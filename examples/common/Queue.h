@@ -1,4 +1,4 @@
-// A queue from any threads to one, with room for so many bytes.
+// A queue from any number of threads to one, with a limit in bytes.
 #ifndef COMMON_QUEUE_H
 #define COMMON_QUEUE_H
 
@@ -18,7 +18,8 @@ class Queue {
 
   explicit Queue(std::size_t room) : m_room(room) {}
 
-  // Adds an item of so many bytes. Where there is no room it waits, unless waiting is off, here or for all; false then.
+  // Adds an item that counts as `bytes`. Waits while there is no room, as long as `mayWait` and allowWaiting permit it;
+  // false, with the item dropped, where they do not.
   bool add(Item item, std::size_t bytes, bool mayWait = true) {
     std::unique_lock<std::mutex> lock(m_mutex);
     m_changed.wait(lock, [&] { return m_bytes < m_room || !mayWait || !m_may_wait; });
@@ -29,8 +30,8 @@ class Queue {
     return true;
   }
 
-  // Waits for the next item. False when the time is over, and when the queue is finished and empty, or its deadline
-  // over.
+  // Waits for the next item. False when the time is over, when the queue is finished and empty, and after the deadline
+  // of finish.
   bool take(Item& item, Clock::duration longest = kForEver) {
     std::unique_lock<std::mutex> lock(m_mutex);
     m_changed.wait_for(lock, longest, [this] { return !m_items.empty() || m_is_finished; });
@@ -42,13 +43,14 @@ class Queue {
     return true;
   }
 
+  // Whether calls of add may wait. Ends the waits that are no longer allowed.
   void allowWaiting(bool isAllowed) {
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_may_wait = isAllowed;
     m_changed.notify_all();
   }
 
-  // Nothing may be added any more.
+  // Called when the last item has been added. Items that are left may be taken until the deadline.
   void finish(Clock::time_point deadline = Clock::time_point::max()) {
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_is_finished = true;
@@ -56,7 +58,7 @@ class Queue {
     m_changed.notify_all();
   }
 
-  // Waits for that.
+  // Waits for finish; false when the time is over.
   bool isFinishedWithin(std::chrono::seconds time) {
     std::unique_lock<std::mutex> lock(m_mutex);
     return m_changed.wait_for(lock, time, [this] { return m_is_finished; });

@@ -21,7 +21,7 @@ const std::string kOthers = "others";
 
 }  // namespace
 
-// What the frames of one connection bring: under each name the line that is not complete yet. Used by the worker.
+// Cuts the frames of one connection into lines, and keeps the unfinished line of each name. Used by the worker.
 class Collector::Lines {
  public:
   Lines(Collector& collector, std::string peer) : m_collector(collector), m_peer(std::move(peer)) {}
@@ -49,12 +49,12 @@ class Collector::Lines {
   std::map<std::string, common::LineCutter> m_cutters;
 };
 
-// One connection, in its thread. A service that reads too late loses its clients: nothing waits for the console here.
+// One connection, in its thread. Does not wait for the console: a service that reads too late loses its clients.
 class Collector::Connection {
  public:
   explicit Connection(Collector& collector) : m_collector(collector) {}
 
-  // Runs when the thread ends.
+  // Runs when the connection's thread ends.
   ~Connection() {
     m_collector.m_work.add(
         [lines = m_lines, isWithinFrame = m_unfinished_bytes != 0] {
@@ -88,7 +88,7 @@ Collector::Collector(std::size_t longest, OnLine onLine)
     : m_longest(longest), m_on_line(std::move(onLine)), m_work(kRoomBytes), m_worker([this] {
         for (std::function<void()> work; m_work.take(work);) work();
       }) {
-  // Each connection has a thread of its own, so an object of the thread is one of the connection.
+  // Each connection has a thread of its own, so a thread_local object belongs to one connection.
   const auto connectionOf = [](Collector& collector) -> Connection& {
     thread_local Connection own(collector);
     return own;

@@ -26,13 +26,13 @@ struct Line {
   Clock::time_point time;  // when its end came
 };
 
-// Used from the main thread. Each connection has a thread that takes its frames apart, and a worker that
-// cuts and hands on the lines.
+// Used from the main thread. A thread per connection takes the frames, and one worker for all of them cuts the lines
+// and hands them on.
 class Collector {
  public:
   using OnLine = std::function<void(const Line&)>;
 
-  // Hands on all lines on one thread, those of more than `longest` bytes in pieces.
+  // Calls `onLine` with each line, on the worker's thread. A line of more than `longest` bytes comes in pieces.
   Collector(std::size_t longest, OnLine onLine);
   ~Collector() { stop(); }
 
@@ -41,10 +41,10 @@ class Collector {
 
   int port() const { return m_service.port(); }
 
-  // Ends all connections, and hands on what has come.
+  // Ends all connections, and hands on all that was received.
   void stop();
 
-  // What came, by name; to be called after stop.
+  // Counts of what was received, by name. Called after stop.
   oxu::json::Json summary() const;
 
  private:
@@ -56,7 +56,7 @@ class Collector {
   class Lines;
   class Connection;
 
-  // Under which name to print and count; those of a sender that never uses one twice go together.
+  // The entry under whose name lines are printed and counted. Beyond 1000 names, further ones share the entry "others".
   std::pair<const std::string, Total>& entryOf(const std::string& name);
 
   std::size_t m_longest;

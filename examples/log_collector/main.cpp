@@ -32,10 +32,10 @@ Example:
   supervisor --config FILE --log-service 127.0.0.1:7979
 )";
 
-// With its escapes such a line fits into what log pipelines take, 8 KiB mostly.
+// Log pipelines mostly take lines of 8 KiB, into which such a text fits with its escapes.
 constexpr std::size_t kLongestJsonText = 4000;
 
-// Takes standard output for lines of JSON; what the logger and the library print goes to standard error from now on.
+// Returns standard output for lines of JSON. What the logger and the library print goes to standard error from now on.
 std::FILE* takeStandardOutput() {
   std::FILE* file = ::fdopen(::dup(STDOUT_FILENO), "w");
   if (file == nullptr) throw std::runtime_error("there is no standard output");
@@ -82,7 +82,7 @@ int collect(const common::Address& address, std::FILE* json, const std::string& 
     const sigset_t signals = stopSignals();
     int signal = 0;
     ::sigwait(&signals, &signal);
-    // The next one ends a collector that waits for a console which stands still.
+    // The next signal ends a collector that waits for a console which stands still.
     ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
     common::becomeImpatient();
     collector.stop();
@@ -109,7 +109,7 @@ int main(int argc, char** argv) {
     options.getOptionValue("report", report);
   };
   const auto run = [&] {
-    // Blocked before the first thread starts, so that every thread leaves these signals to the one that waits.
+    // Blocked before the first thread starts, so that no thread but the one in sigwait takes these signals.
     const sigset_t signals = stopSignals();
     ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     std::signal(SIGPIPE, SIG_IGN);

@@ -13,7 +13,7 @@ namespace {
 
 const std::string kOwnSection = "supervisor";
 
-// One section being read, with messages that say where it stands.
+// A section of the file, with checked access to its keys. Each message of a fault names file, section and key.
 class Section {
  public:
   Section(IniFile& file, std::string path, std::string name)
@@ -50,10 +50,10 @@ class Section {
     }
   }
 
-  int count(const std::string& key, int least, int otherwise) const {
-    if (!m_file.has(m_name, key)) return otherwise;
+  int count(const std::string& key, int least, int defaultValue) const {
+    if (!m_file.has(m_name, key)) return defaultValue;
     const std::string digits = text(key);
-    const int number = m_file.getInt(m_name, key, otherwise);
+    const int number = m_file.getInt(m_name, key, defaultValue);
     if (std::to_string(number) != digits || number < least) {
       fail(key, "'" + digits + "' is not a whole number from " + std::to_string(least) + " to 2147483647");
     }
@@ -74,7 +74,7 @@ class Section {
   std::string m_name;
 };
 
-// What is common to all sections, which becomes the default of each.
+// Reads the section of the supervisor itself, whose grace and restart become the defaults of the others.
 void readOwnSection(const Section& section, Config& config, JobConfig& defaults) {
   section.allowOnly({"grace", "restart", "password_env", "report", "log_service"});
   defaults.grace = section.count("grace", 0, defaults.grace);

@@ -33,7 +33,7 @@ struct Config {
   std::string report;          // where to write the summary; empty: standard output
 };
 
-// Throws std::runtime_error that names file, section and key where the file cannot be used.
+// Reads the file. Throws std::runtime_error that names file, section and key where the file cannot be used.
 Config readConfig(const std::string& path);
 
 }  // namespace supervisor

@@ -51,8 +51,8 @@ void Forwarder::run() {
     if (client.connect(m_service.ip, m_service.port) == 0) {
       m_frames.allowWaiting(true);
       if (!m_may_wait) m_frames.allowWaiting(false);
-      // A service that hangs is connected to and lost again and again.
-      if (serve(client)) isReported = false;
+      // To a service that hangs, connections succeed and break again and again: that is reported once.
+      if (sendFrames(client)) isReported = false;
     }
     m_frames.allowWaiting(false);
     if (!isReported && !m_frames.isFinishedWithin(std::chrono::seconds(0))) {
@@ -64,8 +64,8 @@ void Forwarder::run() {
   if (m_dropped != 0) common::logLine(oxu::WARNING, service + ": chunks not sent: " + std::to_string(m_dropped));
 }
 
-// Until the connection breaks, or all is sent at the end. Returns whether anything could be sent.
-bool Forwarder::serve(LogServiceClient& client) {
+// Sends frames until the connection breaks or the queue is finished. Returns whether any frame was sent.
+bool Forwarder::sendFrames(LogServiceClient& client) {
   std::string frame;
   bool hasSent = false;
   for (; m_frames.take(frame); hasSent = true) {

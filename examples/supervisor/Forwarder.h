@@ -12,30 +12,30 @@
 
 namespace supervisor {
 
-// A connection can take seconds to come about, and a command must not lose output meanwhile: a thread of its own
-// connects and sends. While there is no connection, it keeps up to 1 MiB, and tries again every few seconds, with a new
-// client, for a client cannot be used again.
+// A thread of its own connects and sends: a connection can take seconds, and a command must not lose output meanwhile.
+// While there is no connection, up to 1 MiB of output is kept, and the thread tries again every few seconds. Each
+// attempt takes a new client, since a client connects only once.
 class Forwarder {
  public:
-  // Without a port it forwards nothing.
+  // Forwards nothing where the address has no port.
   explicit Forwarder(const common::Address& service);
 
-  // Sends what waits, as long as the service takes it, and for a few seconds at the most.
+  // Sends what waits, for a few seconds at the most.
   ~Forwarder();
 
   Forwarder(const Forwarder&) = delete;
   Forwarder& operator=(const Forwarder&) = delete;
 
-  // From any thread. With `mayWait` it waits for a service that is slower than the command; without, and where there is
-  // no service, what finds no room is dropped.
+  // From any thread. With `mayWait` the call waits for a service that is slower than the command. Without `mayWait`,
+  // and while there is no connection, output that finds no room is dropped.
   void forward(const std::string& name, const std::string& chunk, bool mayWait);
 
-  // From now on nothing waits.
+  // From now on no call of forward waits.
   void stopWaiting();
 
  private:
   void run();
-  bool serve(LogServiceClient& client);
+  bool sendFrames(LogServiceClient& client);
 
   const common::Address m_service;
   common::Queue<std::string> m_frames;

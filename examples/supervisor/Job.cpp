@@ -30,7 +30,7 @@ std::string nameOfSignal(int signal) {
 
 std::string nameOfEnd(int status) {
   if (WIFEXITED(status)) return "exit " + std::to_string(WEXITSTATUS(status));
-  // The monitor reports a process as gone that is merely stopped.
+  // The monitor reports a stopped process as gone, too.
   return nameOfSignal(WIFSTOPPED(status) ? WSTOPSIG(status) : WTERMSIG(status));
 }
 
@@ -71,8 +71,8 @@ void Job::signal(int number) const {
   if (group != -1 && group != m_pid) ::kill(m_pid, number);
 }
 
-// An ordinary user may signal sudo, which passes SIGTERM on to the command of root, but cannot pass SIGKILL on. The
-// library's kill goes through sudo. It asks for any living process of the group: the shell has ended by SIGTERM.
+// An ordinary user may signal sudo. sudo passes SIGTERM on to root's command, and cannot pass SIGKILL on; the library's
+// kill goes through sudo. It needs a living process of the group: the shell may have ended by SIGTERM.
 void Job::killThroughSudo() const {
   for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
     const int pid = std::atoi(entry.path().filename().c_str());
@@ -84,22 +84,22 @@ void Job::end(bool atOnce) {
   const Clock::duration grace = std::chrono::seconds(atOnce ? 0 : m_config.grace);
   const bool isFirst = m_signal == 0;
   if (isFirst) {
-    m_has_left = hasQuit();
+    m_has_left_processes = hasQuit();
     m_signal = SIGTERM;
-    m_ending = Clock::now();
+    m_first_signal_sent = Clock::now();
   }
-  if (Clock::now() >= m_ending + grace) {
+  if (Clock::now() >= m_first_signal_sent + grace) {
     if (m_signal == SIGKILL) return;
     m_signal = SIGKILL;
     runsThroughSudo() ? killThroughSudo() : signal(SIGKILL);
   } else if (isFirst) {
     signal(SIGTERM);
-    signal(SIGCONT);  // what is stopped cannot end
+    signal(SIGCONT);  // a stopped process cannot end
   }
 }
 
-// A shell that is merely stopped is still a child. What root has left in the group of an ordinary user is out of reach,
-// unless it is by order of the configuration.
+// waitpid gives 0 for a shell that is merely stopped. Processes of root in the group are out of an ordinary user's
+// reach and do not count, unless the configuration runs the command as root.
 bool Job::isGone() const {
   if (!hasQuit() || ::waitpid(m_pid, nullptr, WNOHANG) == 0) return false;
   return ::kill(-m_pid, 0) == -1 && (errno == ESRCH || !runsThroughSudo());
@@ -107,13 +107,13 @@ bool Job::isGone() const {
 
 std::string Job::finish(bool mayRestart) {
   m_process->flushOutput(-1);
-  // The end of the capture is delivered as well.
+  // The end of the capture delivers a last chunk, which is none of the command's.
   m_is_capture_over = true;
   m_process.reset();
   m_lines.finish();
   showLast();
   m_state = State::kIdle;
-  std::string line = name() + " ended with " + m_ended + force();
+  std::string line = name() + " ended with " + m_ended + signalNeeded();
   if (!mayRestart || m_config.restart == 0) return line;
   if (m_starts > m_config.restart) return line + ", and is not started again";
   m_state = State::kPausing;
@@ -121,10 +121,10 @@ std::string Job::finish(bool mayRestart) {
   return line + ", starting it again (" + std::to_string(m_starts) + " of " + std::to_string(m_config.restart) + ")";
 }
 
-// What it took to end it.
-std::string Job::force() const {
+// Which signal it took to end the run, as text.
+std::string Job::signalNeeded() const {
   if (m_signal == 0) return "";
-  if (m_has_left) return ", what it left behind took " + nameOfSignal(m_signal);
+  if (m_has_left_processes) return ", what it left behind took " + nameOfSignal(m_signal);
   return m_signal == SIGTERM ? ", SIGTERM was enough" : ", it took SIGKILL";
 }
 
@@ -132,7 +132,7 @@ void Job::capture(const std::string& chunk) {
   if (m_is_capture_over) return;
   m_bytes += chunk.size();
   m_lines.add(chunk);
-  // A command that does not wait for its reader would lose output here, too, while the service is slow.
+  // Only a blocking command waits for a slow service. Any other one must not be held up by it.
   m_forwarder.forward(name(), chunk, m_config.blocking);
 }
 
@@ -145,7 +145,7 @@ void Job::show(const std::string& line) {
   }
 }
 
-// The end of a run of which only the first line has been shown.
+// Shows the end of a run of which only the first line has been shown.
 void Job::showLast() {
   const unsigned long lines = std::exchange(m_run_lines, 0);
   if (m_config.show != Show::kEnds || lines < 2) return;

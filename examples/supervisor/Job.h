@@ -24,7 +24,7 @@ namespace supervisor {
 // | quit    | noteQuit: the shell has gone          | finish, once its group has gone too    |
 // | pausing | finish, where it is to start again    | start, once isDue; cancelRestart       |
 //
-// Used from the main thread, but for the capture, which runs on the reader thread of the process.
+// Used from the main thread. Only the capture runs on the reader thread of the process.
 class Job {
  public:
   using Clock = std::chrono::steady_clock;
@@ -35,18 +35,18 @@ class Job {
   // Launches the command, with the password where it is to run as root; false when that failed.
   bool start(const std::string& password);
 
-  // To be called once the monitor has reported the shell as gone, with its wait status and the time when it did.
+  // The monitor has reported the shell as gone, with this wait status, at that time.
   void noteQuit(int status, Clock::time_point time);
 
-  // Sends SIGTERM to the group at the first call, and SIGKILL in a call when the grace, or what `atOnce` leaves of it,
-  // is over. Both reach what sudo runs.
+  // Called again and again until the job is gone. The first call sends SIGTERM to the group. The first call after the
+  // grace sends SIGKILL; with `atOnce` there is no grace. Both signals reach what sudo runs.
   void end(bool atOnce);
 
-  // Whether nothing is left of the shell, which has quit, and of its group.
+  // Whether the shell has quit and nothing is left of it and its group.
   bool isGone() const;
 
-  // Takes the rest of the output, and tells how it ended, in a line. With `mayRestart` it pauses if it is to start
-  // again.
+  // Takes the rest of the output, and returns a line that tells how the run ended. With `mayRestart` the job pauses
+  // where it is to start again.
   std::string finish(bool mayRestart);
 
   void cancelRestart() {
@@ -70,7 +70,7 @@ class Job {
   void showLast();
   void signal(int number) const;
   void killThroughSudo() const;
-  std::string force() const;
+  std::string signalNeeded() const;
   bool runsThroughSudo() const { return m_config.root && ::geteuid() != 0; }
 
   const JobConfig m_config;
@@ -85,12 +85,12 @@ class Job {
   int m_pid = -1;
   int m_starts = 0;
   std::string m_ended = "not started";  // how the last run has ended
-  bool m_has_left = false;              // something behind, and quit by itself
-  int m_signal = 0;                     // the last that was sent to end this run
+  bool m_has_left_processes = false;    // the shell quit by itself, and left processes in its group
+  int m_signal = 0;                     // the last one that was sent to end this run
   Clock::time_point m_started;
-  Clock::time_point m_ending;  // when the first one was sent
+  Clock::time_point m_first_signal_sent;
   Clock::time_point m_next_start;
-  Clock::duration m_ran{0};    // all runs
+  Clock::duration m_ran{0};    // all runs together
   Clock::duration m_pause{0};  // before the next start
 };
 

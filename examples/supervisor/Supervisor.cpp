@@ -14,7 +14,7 @@ namespace supervisor {
 
 using common::logLine;
 
-// A job has one end at a time.
+// The queue has room for one end per job, which is as many as can wait.
 Supervisor::Supervisor(const Config& config)
     : m_password(config.password), m_forwarder(config.logService), m_quits(config.jobs.size()) {
   for (const JobConfig& job : config.jobs) m_jobs.emplace_back(job, m_forwarder);
@@ -43,7 +43,7 @@ void Supervisor::start(Job& job) {
   m_monitor.addProcess(job.name(), info);
 }
 
-// Ends what is to end, and starts again what has ended.
+// Ends a job that is to end, and starts a job that is due.
 void Supervisor::advance(Job& job) {
   const bool isStopping = m_stop_signals > 0;
   if (job.isGone()) {
@@ -65,7 +65,7 @@ void Supervisor::stop(int signals) {
   m_forwarder.stopWaiting();
 }
 
-// All children that have ended, but for those that the monitor is about to collect.
+// Collects all children that have ended, but for those that the monitor is about to collect.
 void Supervisor::collectOrphans() {
   const auto isMonitored = [this](int pid) {
     return std::any_of(m_jobs.begin(), m_jobs.end(),

@@ -15,11 +15,11 @@
 
 namespace supervisor {
 
-// Used from the main thread. Launching and killing must not happen at the same time, so exit
-// callbacks, which come on the monitor's thread, only tell the main thread which job has quit.
+// Used from the main thread. Launching and killing must not happen at the same time, so the exit callbacks, which run
+// on the monitor's thread, only tell the main thread which job has quit.
 //
-// It makes the process the parent of whatever its commands leave behind, and collects that: the host has no children of
-// its own.
+// The supervisor becomes the parent of the processes that its commands leave behind, and collects them. So the host
+// must have no other children.
 class Supervisor {
  public:
   explicit Supervisor(const Config& config);
@@ -28,7 +28,7 @@ class Supervisor {
   // when it is above 1.
   void run(const std::function<int()>& stopSignals);
 
-  // What became of each.
+  // The figures of each job.
   oxu::json::Json report() const;
 
  private:

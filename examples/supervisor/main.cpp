@@ -63,8 +63,8 @@ Example:
 std::atomic<int> stopSignals{0};
 std::atomic<std::int64_t> lastSignalMs{-1000};
 
-// One signal can come twice: timeout(1) sends it to the process and to its group. The third one ends a supervisor that
-// waits for a console which stands still.
+// A signal within 200 ms of the previous one counts as the same: timeout(1) sends one to the process and one to its
+// group. The third signal ends a supervisor that waits for a console which stands still.
 void handleStopSignal(int signal) {
   using std::chrono::milliseconds;
   const auto now = std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now().time_since_epoch());
@@ -78,14 +78,14 @@ void setSignalActions() {
   struct sigaction action {};
   action.sa_handler = handleStopSignal;
   for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) ::sigaction(signal, &action, nullptr);
-  // Where it is ignored, nobody learns how a child has ended.
+  // Where SIGCHLD is ignored, the system tells nobody how a child has ended.
   std::signal(SIGCHLD, SIG_DFL);
 }
 
 oxu::json::Json supervise(const supervisor::Config& config, bool isVerbose) {
   // A command has no terminal to read from.
   if (std::freopen("/dev/null", "r", stdin) == nullptr) throw std::runtime_error("/dev/null cannot be opened");
-  // A command that is launched while lines are printed one by one would repeat its own text in its output.
+  // With a line-buffered stdout, a launched command would announce itself in its output.
   std::setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
   common::installLog();
   set_log_level(isVerbose ? oxu::DEBUG : oxu::INFO);
