@@ -9,7 +9,7 @@ namespace oxu::json {
 
 // Copies and destructions recurse this many levels, which is fastest, and reach what lies deeper without recursion. So
 // the stack that they need has a bound, whatever the tree.
-static constexpr int kMaxRecursion = 64;
+static constexpr int kMaxRecursion = 32;
 
 // A copy that the host began. The copies of the children find it through their thread.
 struct Json::Copier {
