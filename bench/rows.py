@@ -35,7 +35,7 @@ def rows(quick):
 
     def push():
         def figure(logger, burst):
-            return Figure(driver("log_push", logger, burst, 10 if quick else 60), "ns_per_call")
+            return Figure(driver("log_push", logger, burst, 10 if quick else 120), "ns_per_call")
         return [Case(f"{burst} records at a time, ns per call", figure("oxu", burst),
                      [Peer("bare calls", figure("bare", burst), at_most(1.1)),
                       Peer("spdlog, asynchronous", figure("spdlog", burst))], bar=f"push, {burst} at a time")
@@ -78,7 +78,7 @@ def rows(quick):
     def drain():
         producer_count = max(1, min(4, len(processors()) - 1))
         def figure(logger, name):
-            return Figure(driver("log_drain", logger, producer_count, seconds(1)), name)
+            return Figure(driver("log_drain", logger, producer_count, seconds(2)), name)
         def case(text, name, **more):
             return Case(text, figure("oxu", name),
                         [Peer("spdlog, a flush per line", figure("spdlog", name), at_least(1.1)),

@@ -14,6 +14,8 @@ namespace oxu {
 namespace {
 constexpr std::uint64_t kRingSlots = 128;
 constexpr std::int32_t kIdlePauseNs = 10 * kNanosecondsPerMs;
+constexpr std::uint64_t kHalfFull = kRingSlots / 2;
+constexpr std::uint64_t kNearlyFull = kRingSlots - kRingSlots / 8;
 constexpr int kCoreThreadPriority = 2;
 constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::min();
 // A tag, a time stamp, a message and the reset of the colour.
@@ -69,10 +71,15 @@ void CLog::setLogLevel(LogLevel level) { m_level.store(level, std::memory_order_
 
 LogLevel CLog::getLogLevel() const { return m_level.load(std::memory_order_relaxed); }
 
-// A record that makes the ring half full ends the core thread's pause.
+// A record that makes the ring half full ends the core thread's pause. When the ring is nearly full all the same, the
+// core thread may be waiting for the caller's processor, and gets it.
 bool CLog::pushLogItem(LogItem& item) {
   if (!m_ring.push(item)) return false;
-  if (m_pause.isWaiting() && m_ring.isHalfFull()) m_pause.end();
+  if (m_pause.isWaiting()) {
+    if (m_ring.waiting() >= kHalfFull) m_pause.end();
+  } else if (m_ring.waiting() >= kNearlyFull) {
+    os_thread_yield();
+  }
   return true;
 }
 
@@ -108,7 +115,7 @@ void* CLog::_coreThread(void* log) {
       ++self->m_printed;
     } else {
       self->m_pause.wait(static_cast<int>(self->m_interval / kNanosecondsPerMs),
-                         [self] { return self->m_ring.isHalfFull(); });
+                         [self] { return self->m_ring.waiting() >= kHalfFull; });
     }
   }
   return nullptr;

@@ -34,6 +34,9 @@ class CLog {
   void setLogLevel(LogLevel level);
   LogLevel getLogLevel() const;
 
+  // A hint, before a record is filled: its place in the ring gets ready meanwhile.
+  void prepareSlot() const { m_ring.prepareSlot(); }
+
   // Queues a copy; false when the ring is full.
   bool pushLogItem(LogItem& item);
 

@@ -20,6 +20,7 @@ void stampWithNow(oxu::LogItem& item) {
 }
 
 bool pushFormatted(int milliseconds, int level, const char* format, va_list arguments) {
+  if (const oxu::CLog* log = oxu::CLog::getUniqueLog()) log->prepareSlot();
   oxu::LogItem item;
   item.level = static_cast<oxu::LogLevel>(level);
   stampWithNow(item);

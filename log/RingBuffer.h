@@ -6,8 +6,8 @@
 // | none    | false                      | false                                     |
 //
 // push may be called from any number of threads at once, pop from one thread. Neither waits for room or for records. A
-// push waits only for producers that reserved a slot before it and are still copying. In a forked child those producers
-// do not exist, and a push may wait for ever.
+// push waits only for producers that have reserved a slot before it and are still copying. In a forked child those
+// producers do not exist, and a push may wait for ever.
 //
 // The owner destroys the ring when no thread uses it any more; the records in it are dropped.
 #ifndef LOG_RINGBUFFER_H
@@ -32,7 +32,9 @@
 //   I3  Slots from readIndex up to commitIndex hold whole records, which nobody changes.
 //   I4  Each slot from commitIndex up to reserveIndex belongs to the producer that reserved it.
 struct RingHeader {
-  std::uint64_t count;  // records that are committed and not yet popped; for observers, no decision reads it
+  // Records that are committed and not yet popped. A pop may come between a commit and its count, so this may be off,
+  // and even below zero, for a moment: for observers only.
+  std::uint64_t count;
   std::uint64_t capacity;
   std::uint64_t reserveIndex;  // next slot for a producer
   std::uint64_t readIndex;     // next slot for the consumer
@@ -64,11 +66,14 @@ class CRingBuffer {
   CRingBuffer(const CRingBuffer&) = delete;
   CRingBuffer& operator=(const CRingBuffer&) = delete;
 
+  // A hint from a producer that will push: the slot next in turn gets ready while the producer fills its record.
+  void prepareSlot() const;
+
   bool push(const Item& item);
   bool pop(Item& item);
 
-  // Whether records wait in half of the slots or more at the moment of the call.
-  bool isHalfFull() const;
+  // How many records wait at the moment of the call; 0 without storage.
+  std::uint64_t waiting() const;
 
   // Null without storage.
   const RingHeader* header() const { return m_header; }
@@ -93,6 +98,13 @@ class CRingBuffer {
 };
 
 template <class Item>
+void CRingBuffer<Item>::prepareSlot() const {
+  if (m_header == nullptr) return;
+  const Item& slot = m_items[positionOf(os_thread_sync_load(&m_header->reserveIndex))];
+  os_thread_prepare_write(reinterpret_cast<const char*>(&slot), sizeof slot);
+}
+
+template <class Item>
 bool CRingBuffer<Item>::push(const Item& item) {
   std::uint64_t slot = 0;
   if (m_header == nullptr || !reserve(slot)) return false;
@@ -107,17 +119,21 @@ bool CRingBuffer<Item>::push(const Item& item) {
   return true;
 }
 
-// Waits until the earlier producers have committed, for a bounded number of looks, so that the swap of the caller is
-// likely to succeed. That swap alone commits.
+// Waits until the producers of all slots before `slot` have committed, for a bounded number of looks. No decision rests
+// on it: the swap that follows reserves or commits, or fails.
+//
+// Before the reservation it prevents a convoy. With a slot in hand, a producer that has lost its processor holds up all
+// that reserved behind it, and each of them holds up the next until it runs again: one change of threads per record.
+// Before the commit it spares the caller the pause after a failed swap.
 //
 // The first looks wait for a copy that runs on another processor. The others let producers on this processor go on.
-// Together they take longer than the pause after a failed swap: one producer in its pause does not send all later ones
-// into theirs, one behind the other.
+// Together they take longer than that pause: one producer in its pause does not send all later ones into theirs, one
+// behind the other.
 template <class Item>
 void CRingBuffer<Item>::awaitTurn(std::uint64_t slot) const {
-  constexpr int kLooks = 256;
+  constexpr int kLooks = 64;
   constexpr int kYields = 512;
-  for (int look = 0; look < kLooks + kYields && os_thread_sync_load(&m_header->commitIndex) != slot; ++look) {
+  for (int look = 0; look < kLooks + kYields && os_thread_sync_load(&m_header->commitIndex) < slot; ++look) {
     if (look < kLooks) {
       os_thread_relax();
     } else {
@@ -132,6 +148,7 @@ bool CRingBuffer<Item>::reserve(std::uint64_t& slot) {
     slot = os_thread_sync_load(&m_header->reserveIndex);
     const std::uint64_t read = os_thread_sync_load(&m_header->readIndex);
     if (positionOf(slot + 1) != positionOf(read)) {
+      awaitTurn(slot);
       // Success means that reserveIndex stood at `slot` since its load. So `read`, loaded after it, was no later than
       // `slot`, and the slot was free. readIndex has only grown since. From here the slot is ours (I4).
       if (os_thread_sync_compare_and_swap(&m_header->reserveIndex, slot, slot + 1)) return true;
@@ -161,11 +178,11 @@ bool CRingBuffer<Item>::pop(Item& item) {
 }
 
 template <class Item>
-bool CRingBuffer<Item>::isHalfFull() const {
-  if (m_header == nullptr) return false;
+std::uint64_t CRingBuffer<Item>::waiting() const {
+  if (m_header == nullptr) return 0;
   // readIndex is loaded first, so that the difference is never negative.
   const std::uint64_t read = os_thread_sync_load(&m_header->readIndex);
-  return os_thread_sync_load(&m_header->commitIndex) - read >= m_header->capacity / 2;
+  return os_thread_sync_load(&m_header->commitIndex) - read;
 }
 
 template <class Item>
