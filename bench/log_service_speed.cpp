@@ -130,6 +130,7 @@ class BareClient {
   void send(const std::string& piece) {
     for (std::size_t sent = 0; sent < piece.size();) {
       await(m_fd, POLLOUT);
+      if (isBroken()) std::abort();
       const ssize_t size = ::send(m_fd, piece.data() + sent, piece.size() - sent, MSG_NOSIGNAL);
       if (size <= 0) std::abort();
       sent += static_cast<std::size_t>(size);
@@ -137,6 +138,12 @@ class BareClient {
   }
 
  private:
+  // The library's client looks before each piece, too: a send over a broken link fails without saying why.
+  bool isBroken() const {
+    pollfd handle{m_fd, POLLIN, 0};
+    return ::poll(&handle, 1, 0) == -1 || (handle.revents & (POLLERR | POLLNVAL)) != 0;
+  }
+
   const int m_fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
 };
 

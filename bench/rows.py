@@ -28,8 +28,9 @@ def rows(quick):
     def seconds(full):
         return 0.1 if quick else full
 
-    def google(benchmark, scale, name="real_time_ns", divisor=None):
-        command = driver("oxutool_bench", f"--benchmark_min_time={0.01 if quick else 0.3}", "--benchmark_format=json",
+    def google(benchmark, scale, name="real_time_ns", divisor=None, min_seconds=0.3):
+        command = driver("oxutool_bench", f"--benchmark_min_time={0.01 if quick else min_seconds}",
+                         "--benchmark_format=json",
                          shlex.quote(f"--benchmark_filter=^{benchmark}$"))
         return Figure(command, name, divisor, scale)
 
@@ -126,7 +127,7 @@ def rows(quick):
 
     def capture():
         def figure(who):
-            return google(f"BM_Capture{who}/real_time", 1e-6, "bytes_per_second")
+            return google(f"BM_Capture{who}/real_time", 1e-6, "bytes_per_second", min_seconds=1.5)
         return [Case("128 MiB, MB per second", figure("StartProcess"),
                      [Peer("bare read loop", figure("ReadLoop"), at_least(0.9)),
                       Peer("boost::process", figure("Boost")), Peer("popen and fread", figure("Popen"))],
@@ -137,7 +138,7 @@ def rows(quick):
         for piece, text in ((65536, "64 KiB"), (4096, "4 KiB"), (100, "100 bytes")):
             for clients in (1, 50):
                 def figure(who):
-                    return Figure(driver("log_service_speed", who, piece, clients, seconds(0.6)), "mb_per_second")
+                    return Figure(driver("log_service_speed", who, piece, clients, seconds(1)), "mb_per_second")
                 work = f"{text}, {counted(clients, 'client')}"
                 cases.append(Case(f"pieces of {work}, MB per second", figure("oxu"),
                                   [Peer("bare loop", figure("bare"), at_least(0.9))], more_is_better=True,
