@@ -1,6 +1,4 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -9,12 +7,10 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstdio>
 #include <fstream>
 #include <thread>
 #include <vector>
 
-#include "os/os_sharememory.h"
 #include "os/os_socket_wait.h"
 #include "os/os_thread.h"
 #include "tests/support/Capture.h"
@@ -113,20 +109,6 @@ TEST(Wait, LastsItsTimeWhileSignalsArriveAndNoLongerThanNeeded) {
   EXPECT_FALSE(os_socket_writable(1000000, 5000, &result, 0));
   EXPECT_EQ(result, -1);
   for (const int end : ends) ::close(end);
-}
-
-TEST(ShareMemory, TheOwnerTakesTheNameAwayAndAnotherUserLeavesIt) {
-  for (const int owner : {0, 1}) {
-    auto* segment = new os_sharememory{nullptr, 4096, {}};
-    std::snprintf(segment->name, sizeof segment->name, "/oxutool-test-%d", ::getpid());
-    const int fd = ::shm_open(segment->name, O_CREAT | O_RDWR, 0600);
-    segment->address = ::mmap(nullptr, 4096, PROT_READ, MAP_SHARED, fd, 0);
-    ::close(fd);
-    os_sharememory_close(segment, owner);
-    EXPECT_EQ(::shm_unlink(segment->name), owner == 0 ? 0 : -1);
-    os_sharememory_destroy(&segment);
-    EXPECT_EQ(segment, nullptr);
-  }
 }
 
 }  // namespace
