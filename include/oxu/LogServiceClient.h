@@ -43,7 +43,8 @@ class OXU_EXPORT LogServiceClient {
   int connect(const std::string& ip, int port);
 
   /// Sends all of the bytes, and waits up to 1 second for room before each piece. Returns `length` when the system has
-  /// taken all of them; the peer may not have received them yet. Otherwise returns, after printing:
+  /// taken all of them; the peer may not have received them yet. Of no bytes it returns 0, in any state. Otherwise it
+  /// returns, after printing:
   /// - -4 "[LogServiceClient]Socket not ready to write.\n": the send buffer was full for a second, or there is no
   ///   connection;
   /// - -4 "[LogServiceClient]Socket link broken.\n": the connection was reset;
