@@ -122,8 +122,8 @@ bool CRingBuffer<Item>::push(const Item& item) {
 // Waits until the producers of all slots before `slot` have committed, for a bounded number of looks. No decision rests
 // on it: the swap that follows reserves or commits, or fails.
 //
-// Before the reservation it prevents a convoy: a producer that loses its processor with a slot in hand holds up all that
-// reserved behind it, and each of them holds up the next until it runs again. That is a context switch per record.
+// Before the reservation it prevents a convoy: a producer that loses its processor with a slot in hand holds up all
+// that reserved behind it, and each of them holds up the next until it runs again. That is a context switch per record.
 // Before the commit it spares the caller the pause after a failed swap.
 //
 // The first looks wait for a copy that runs on another processor. The others let producers on this processor go on.
