@@ -190,27 +190,11 @@ TEST(Json, WritesValidJsonWithEveryDigitInAnyLocale) {
 }
 
 TEST(Json, EscapesStringsAndKeysAndReplacesEachByteThatIsNoUtf8) {
-  using namespace std::string_literals;
-  const std::string replaced = "\xef\xbf\xbd";
-  const struct {
-    std::string bytes, escaped;
-  } rows[] = {
-      {" a/'\x7f", " a/'\x7f"},
-      {"\"\\\b\f\n\r\t", R"(\"\\\b\f\n\r\t)"},
-      {"a\0b\x01\x0b\x1f"s, R"(a\u0000b\u0001\u000b\u001f)"},
-      {"\xc2\x80\xef\xbf\xbf\xf4\x8f\xbf\xbf", "\xc2\x80\xef\xbf\xbf\xf4\x8f\xbf\xbf"},
-      // Bytes that never begin a character, an overlong form, a surrogate, and characters that are cut off.
-      {"\x80z\xff", replaced + "z" + replaced},
-      {"\xc0\xaf", replaced + replaced},
-      {"\xed\xa0\x80", replaced + replaced + replaced},
-      {"\xe2\x82\xc3\xa9", replaced + replaced + "\xc3\xa9"},
-      {"\xc3", replaced},
-  };
-  for (const auto& row : rows) {
-    Json object;
-    object[row.bytes] = row.bytes;
-    EXPECT_EQ(object.toJson(), "{\"" + row.escaped + "\":\"" + row.escaped + "\"}");
-  }
+  Json object;
+  object["\"\\\b\f\n\r\t"] = std::string("\0\x1f/\x7f\xc3\xa9", 6);
+  object["\xf4\x8f\xbf\xbf"] = "\x80z\xed\xa0";
+  EXPECT_EQ(object.toJson(), R"({"\"\\\b\f\n\r\t":"\u0000\u001f/)"
+                             "\x7f\xc3\xa9\",\"\xf4\x8f\xbf\xbf\":\"\xef\xbf\xbdz\xef\xbf\xbd\xef\xbf\xbd\"}");
 }
 
 TEST(Json, EqualsOnlyScalarsOfTheSameKind) {

@@ -1,19 +1,13 @@
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <memory>
-#include <mutex>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "os/os_socket_wait.h"
-#include "oxu/CApi.h"
 #include "oxu/LogService.h"
 #include "oxu/LogServiceClient.h"
 #include "tests/support/Capture.h"
@@ -27,6 +21,7 @@ using support::eventually;
 using support::kLoopback;
 using support::Link;
 using support::openDescriptors;
+using support::packed;
 using support::portOf;
 using Clock = std::chrono::steady_clock;
 
@@ -103,37 +98,14 @@ TEST(LogService, TellsOfEachConnectionEndsThemAllWhenStoppedAndStartsAgain) {
   EXPECT_EQ(openDescriptors(), before);
 }
 
-// What a client of the service has sent, as both callbacks got it.
-struct Received {
-  std::mutex mutex;
-  std::vector<std::string> calls;
-
-  void add(const std::string& call) {
-    const std::lock_guard<std::mutex> lock(mutex);
-    calls.push_back(call);
-  }
-  std::size_t count() {
-    const std::lock_guard<std::mutex> lock(mutex);
-    return calls.size();
-  }
-};
-
-std::string packed(int type, const std::string& name, const std::string& body) {
-  char* data = nullptr;
-  int length = 0;
-  ProtocolToString(type, name, body, &data, &length);
-  const std::unique_ptr<char[]> owner(data);
-  return std::string(data, static_cast<std::size_t>(length) + sizeof length);
-}
-
 // A frame that comes in two pieces, then two frames and the beginning of what breaks the stream in one.
 TEST(LogService, HandsOnWholeFramesAndClosesAConnectionThatBringsNone) {
   const support::DescriptorCapture out(STDOUT_FILENO), err(STDERR_FILENO);
-  Received received;
+  support::SharedText received;
   LogService service;
-  service.m_callback = [&](const char*, int length) { received.add("chunk of " + std::to_string(length)); };
+  service.m_callback = [&](const char*, int length) { received.append(std::to_string(length) + " bytes\n"); };
   service.m_frameCallback = [&](const std::string& peer, const oxu::Frame& frame) {
-    received.add(peer + " " + std::to_string(frame.type) + " " + frame.name + " " + frame.body);
+    received.append(peer + " " + std::to_string(frame.type) + " " + frame.name + " " + frame.body + "\n");
   };
   service.m_maxFrameBytes = 1000;
   service.startServer(kLoopback, 0);
@@ -144,22 +116,20 @@ TEST(LogService, HandsOnWholeFramesAndClosesAConnectionThatBringsNone) {
   const auto send = [&](const std::string& bytes) {
     EXPECT_EQ(link.client.send(bytes.data(), static_cast<int>(bytes.size()), 0), static_cast<int>(bytes.size()));
   };
-  const std::string first = packed(1, "name", "body");
+  const std::string first = packed({1, "name", "body"});
   const std::string second =
-      packed(255, "", "") + packed(2, "n", std::string(900, 'b')) + packed(3, "", std::string(1000, 'x'));
+      packed({255, "", ""}) + packed({2, "n", std::string(900, 'b')}) + packed({3, "", std::string(1000, 'x')});
   send(first.substr(0, 9));
-  EXPECT_TRUE(eventually([&] { return received.count() == 1; }));
+  EXPECT_TRUE(received.eventuallyContains("9 bytes\n"));
   send(first.substr(9));
-  EXPECT_TRUE(eventually([&] { return received.count() == 3; }));
+  EXPECT_TRUE(received.eventuallyContains("body\n"));
   send(second);
   EXPECT_TRUE(os_socket_readable(link.handle(), 5000, nullptr, 0));
   char byte = 0;
   EXPECT_LE(link.client.receive(&byte, 1, 0), 0) << "the connection is closed";
   service.stopServer();
-  const std::vector<std::string> calls = {"chunk of 9",          "chunk of 6",
-                                          peer + " 1 name body", "chunk of " + std::to_string(second.size()),
-                                          peer + " 255  ",       peer + " 2 n " + std::string(900, 'b')};
-  EXPECT_EQ(received.calls, calls);
+  EXPECT_EQ(received.get(), "9 bytes\n6 bytes\n" + peer + " 1 name body\n" + std::to_string(second.size()) +
+                                " bytes\n" + peer + " 255  \n" + peer + " 2 n " + std::string(900, 'b') + "\n");
   EXPECT_EQ(countOf("[LogServiceServer]Broken frame from " + peer + ".\n", err.text()), 1);
 }
 

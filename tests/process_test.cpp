@@ -122,26 +122,6 @@ TEST(StartProcess, PutsTheChildIntoItsGroupBeforeTheLaunchReturns) {
   EXPECT_EQ(child.exitStatus(), 0);
 }
 
-// A command can make its pipe a blocking one again at any moment. Here no flag of the pipe can be set at all.
-TEST(StartProcess, EndsAtOnceThoughItsFullPipeBlocks) {
-  const support::DescriptorCapture standardError(STDERR_FILENO);
-  const faults::Fault fault(faults::kFcntl, EBADF, faults::kEveryTime, F_SETFL);
-  std::atomic<bool> mayGoOn{false};
-  const auto wait = [&mayGoOn](const std::string&) {
-    while (!mayGoOn) ::usleep(1000);
-  };
-  auto process = std::make_unique<StartProcess>("", "", "yes", "", wait, 4096, false);
-  const int pid = process->pid();
-  ::usleep(100000);
-  mayGoOn = true;
-  const auto begin = std::chrono::steady_clock::now();
-  process.reset();
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
-  int status = 0;
-  ::waitpid(pid, &status, 0);
-  EXPECT_EQ(WTERMSIG(status), SIGPIPE);
-}
-
 // The number of the read end is given to another file as soon as it is closed. A reader that is quick enough to see
 // that says so.
 TEST(StartProcess, ReaderNeverReadsAnotherFileAfterAFailedFork) {

@@ -99,14 +99,6 @@ TEST(Socket, TakesAnyAddressForATextThatIsNone) {
   }
 }
 
-TEST(Socket, KeepsTheHandleAfterAFailedBind) {
-  Link other;
-  CSocket socket;
-  EXPECT_FALSE(socket.initSocket(SOCK_STREAM, kLoopback, other.port(), 0));
-  EXPECT_TRUE(socket.bind(kLoopback, 0));
-  socket.close();
-}
-
 TEST(Socket, TellsAConnectionThatIsUnderWayFromOneThatFailed) {
   const struct {
     int error;

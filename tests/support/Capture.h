@@ -2,8 +2,6 @@
 #ifndef TESTS_SUPPORT_CAPTURE_H
 #define TESTS_SUPPORT_CAPTURE_H
 
-#include <unistd.h>
-
 #include <functional>
 #include <mutex>
 #include <string>

@@ -1,4 +1,4 @@
-// Two ends of a TCP connection over loopback.
+// Two ends of a TCP connection over loopback, and the frames that go over it.
 #ifndef TESTS_SUPPORT_LINK_H
 #define TESTS_SUPPORT_LINK_H
 
@@ -6,10 +6,14 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cstddef>
+#include <memory>
 #include <string>
 
 #include "os/os_socket.h"
 #include "os/os_socket_wait.h"
+#include "oxu/CApi.h"
+#include "oxu/FrameReader.h"
 #include "oxu/Socket.h"
 
 namespace support {
@@ -21,6 +25,15 @@ inline unsigned short portOf(CSocket& socket) {
   unsigned short port = 0;
   EXPECT_TRUE(socket.getSockName(ip, port));
   return port;
+}
+
+// The frame as ProtocolToString packs it.
+inline std::string packed(const oxu::Frame& frame) {
+  char* data = nullptr;
+  int length = 0;
+  ProtocolToString(frame.type, frame.name, frame.body, &data, &length);
+  const std::unique_ptr<char[]> owner(data);
+  return {data, static_cast<std::size_t>(length) + 4};
 }
 
 // A listening handle, one that is bound and does not listen, and one accepted connection of a CSocket.
