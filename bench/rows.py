@@ -138,7 +138,7 @@ def rows(quick):
         for piece, text in ((65536, "64 KiB"), (4096, "4 KiB"), (100, "100 bytes")):
             for clients in (1, 50):
                 def figure(who):
-                    return Figure(driver("log_service_speed", who, piece, clients, seconds(1)), "mb_per_second")
+                    return Figure(driver("log_service_speed", who, piece, clients, seconds(2)), "mb_per_second")
                 work = f"{text}, {counted(clients, 'client')}"
                 cases.append(Case(f"pieces of {work}, MB per second", figure("oxu"),
                                   [Peer("bare loop", figure("bare"), at_least(0.9))], more_is_better=True,
