@@ -29,23 +29,6 @@ std::string loaded(const std::string& bytes) {
   return ini.str();
 }
 
-TEST(IniFile, ReadsWhatItsSyntaxAllowsAndSkipsTheRest) {
-  const struct {
-    std::string file, table;
-  } rows[] = {
-      {"[net]\r\nx = 1\r\n[Net]\r\nx = 2\r\n", "[Net]\nx=2\n\n[net]\nx=1\n\n"},
-      {"[a]\nx=1\n[b]\n[a]\nz=3\n", "[a]\nz=3\n\n[b]\n\n"},
-      {"x=1\n[a]\ny=2\n[]\nz=3", "[]\nz=3\n\n[a]\ny=2\n\n"},
-      {"a=1\n\xff=4\n_=3\nB=2\nab=5", "[]\nB=2\n_=3\na=1\nab=5\n\xff=4\n\n"},
-      {"k = a=b #note", "[]\nk=a=b\n\n"},
-      {"\fk\f= \0v\0 \r\v"s, "[]\n\fk\f=\0v\0\n\n"s},
-      {" \t#[x]\n\v[a]\nb=c", "[a]\nb=c\n\n"},
-      {"[s]\n[a\n[a#b]\nk=1", "[s]\nk=1\n\n"},
-      {"[a]b=c\n[[b]]", "[[b]\n\n[a]\n\n"},
-  };
-  for (const auto& row : rows) EXPECT_EQ(loaded(row.file), row.table) << row.file;
-}
-
 TEST(IniFile, ConvertsWhateverAPresentKeyHolds) {
   constexpr double kInfinity = std::numeric_limits<double>::infinity();
   const struct {

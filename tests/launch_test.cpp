@@ -202,10 +202,7 @@ TEST(StartProcess, LaunchesFromAThreadThatIsBeingCancelled) {
 TEST(StartProcess, LaunchesWhileTheTerminalStopsAndContinuesTheHost) {
   support::inChild([] {
     ::setpgid(0, 0);
-    struct sigaction handle {};
-    handle.sa_handler = [](int) {};
-    handle.sa_flags = SA_RESTART;
-    ::sigaction(SIGTSTP, &handle, nullptr);
+    std::signal(SIGTSTP, [](int) {});
     const pid_t terminal = ::fork();
     if (terminal == 0) {
       std::signal(SIGTSTP, SIG_IGN);

@@ -8,7 +8,6 @@
 #include <functional>
 #include <iostream>
 #include <map>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -170,11 +169,10 @@ TEST(Option, ListsItsOptionsByTheBytesOfTheirNames) {
   option.addOption("port", Option::RequiredValue, "on");
   option.addOption("p", Option::OptionalValue, "");
   option.addOption("Z", Option::NoValue, "flag");
-  std::ostringstream usage;
-  std::streambuf* const console = std::cout.rdbuf(usage.rdbuf());
+  const support::DescriptorCapture output(STDOUT_FILENO);
   option.printUsage();
-  std::cout.rdbuf(console);
-  EXPECT_EQ(usage.str(),
+  std::cout.flush();
+  EXPECT_EQ(output.text(),
             "Usage:  [options]\nOptions:\n  -Z   flag\n  -p <value>  \n  -port <value>  on\n  -\xff <value>  end\n");
 }
 

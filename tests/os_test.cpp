@@ -87,9 +87,7 @@ TEST(Thread, KeepsNoStackBetweenItsEndAndItsJoin) {
 }
 
 TEST(Wait, LastsItsTimeWhileSignalsArriveAndNoLongerThanNeeded) {
-  struct sigaction action {};
-  action.sa_handler = [](int) {};
-  ::sigaction(SIGALRM, &action, nullptr);
+  std::signal(SIGALRM, [](int) {});
   const itimerval every{{0, 5000}, {0, 5000}}, off{};
   int ends[2], result = 7;
   ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);

@@ -40,20 +40,10 @@ TEST(LaunchLine, ExportsChangesDirectoryAndRunsTheCommand) {
   } rows[] = {
       {"/opt/x", "OXU_NONE,", "", "export OXU_NONE=;cd /opt/x;"},
       {"", " OXU_A \r,,\tOXU_B\n", "ls", "export OXU_A=one;export =;export OXU_B=t w'o;x;ls"},
-      {"", "", "$SU_PASSWD$ b$SU_PASSWD$SU_PASSWD$", "\"$__SU_PASSWD__\" b\"$__SU_PASSWD__\"SU_PASSWD$"},
   };
   for (const auto& row : rows) {
     EXPECT_EQ(oxu::makeLaunchLine(row.workDir, row.envNames, row.command, "", false).shellLine, row.shellLine);
   }
-}
-
-TEST(RootPrivilege, WrapsEachCommandOfTheLineInSudo) {
-  const std::string sudo = "echo \"$__SU_PASSWD__\" | sudo -S -E ";
-  EXPECT_EQ(oxu::addRootPrivilege("run.sh a;;stop $SU_PASSWD$", "secret"),
-            sudo + "run.sh a;" + sudo + "stop $SU_PASSWD$;");
-  EXPECT_STREQ(::getenv("__SU_PASSWD__"), "secret");
-  EXPECT_FALSE(oxu::needRootPrivilege(false));
-  EXPECT_EQ(oxu::needRootPrivilege(true), ::geteuid() != 0);
 }
 
 TEST(StartProcess, ReportsEachFailureAndGoesOnWhereItCan) {
