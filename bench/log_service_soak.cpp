@@ -1,6 +1,6 @@
 // Connections that come and go: what a log service keeps of them. The clients are in a process of their own, so that
 // the figures are the server's. Usage: log_service_soak [CONNECTIONS]; exit status 1 when a byte is lost, or when the
-// server keeps more than a small record of each connection.
+// server keeps more than a small record of each connection, a thread's stack for instance.
 #include <dirent.h>
 #include <malloc.h>
 #include <sys/wait.h>
@@ -20,19 +20,21 @@
 namespace {
 
 constexpr int kClientsAtOnce = 8;
-constexpr int kWarmUpConnections = 200;  // so that bursts have had as many threads at once as they get
-constexpr long kMostBytesKept = 128;     // of a connection
+constexpr int kWarmUpConnections = 200;   // so that bursts have had as many threads at once as they get
+constexpr long kMostBytesKept = 128;      // of a connection
+constexpr long kMostPoolsKb = 512 << 10;  // of the C library, for all threads; a stack per connection is far more
 
 // Of the whole process.
 struct Figures {
+  long addressSpaceKb = 0;
   long residentKb = 0;
   long heapBytes = 0;
   int threads = 0;
   int descriptors = 0;
 
   void print(const char* when) const {
-    std::printf("%-8s resident %ld kB, heap %ld bytes, %d threads, %d descriptors\n", when, residentKb, heapBytes,
-                threads, descriptors);
+    std::printf("%-8s address space %ld kB, resident %ld kB, heap %ld bytes, %d threads, %d descriptors\n", when,
+                addressSpaceKb, residentKb, heapBytes, threads, descriptors);
   }
 };
 
@@ -48,6 +50,7 @@ Figures figures() {
   Figures figures;
   std::ifstream status("/proc/self/status");
   for (std::string word; status >> word;) {
+    if (word == "VmSize:") status >> figures.addressSpaceKb;
     if (word == "VmRSS:") status >> figures.residentKb;
   }
   figures.heapBytes = static_cast<long>(::mallinfo2().uordblks);
@@ -141,6 +144,7 @@ int main(int argc, char** argv) {
   after.print("after");
   stopped.print("stopped");
   const bool isFlat = after.heapBytes - before.heapBytes <= kMostBytesKept * connections &&
+                      after.addressSpaceKb - before.addressSpaceKb <= kMostPoolsKb &&
                       after.descriptors == before.descriptors && after.threads == before.threads;
   return isFlat && received - warmUpBytes == sent ? 0 : 1;
 }

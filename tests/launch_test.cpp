@@ -202,7 +202,10 @@ TEST(StartProcess, LaunchesFromAThreadThatIsBeingCancelled) {
 TEST(StartProcess, LaunchesWhileTheTerminalStopsAndContinuesTheHost) {
   support::inChild([] {
     ::setpgid(0, 0);
-    std::signal(SIGTSTP, [](int) {});
+    struct sigaction handle {};
+    handle.sa_handler = [](int) {};
+    handle.sa_flags = SA_RESTART;
+    ::sigaction(SIGTSTP, &handle, nullptr);
     const pid_t terminal = ::fork();
     if (terminal == 0) {
       std::signal(SIGTSTP, SIG_IGN);

@@ -20,7 +20,6 @@ namespace {
 
 using support::kLoopback;
 using support::Link;
-using support::portOf;
 
 // A client and the other end of its connection.
 class Peer : public Link {
@@ -60,7 +59,7 @@ class Peer : public Link {
 };
 
 int connectToPeer(Peer& peer) { return peer.connectTo(peer.port()); }
-int connectToNobody(Peer& peer) { return peer.connectTo(portOf(peer.nobody)); }
+int connectToNobody(Peer& peer) { return peer.connectTo(support::portOf(peer.nobody)); }
 int sendNothing(Peer& peer) { return peer.send(0); }
 int sendOne(Peer& peer) { return peer.send(1); }
 int sendSome(Peer& peer) { return peer.send(1 << 20); }

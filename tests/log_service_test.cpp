@@ -19,10 +19,7 @@ namespace {
 using support::countOf;
 using support::eventually;
 using support::kLoopback;
-using support::Link;
-using support::openDescriptors;
 using support::packed;
-using support::portOf;
 using Clock = std::chrono::steady_clock;
 
 // The queue keeps them all while none can be taken; then one is taken right after the other.
@@ -54,8 +51,8 @@ TEST(LogService, TellsOfEachConnectionEndsThemAllWhenStoppedAndStartsAgain) {
   const support::DescriptorCapture out(STDOUT_FILENO), err(STDERR_FILENO);
   const std::string init = "[LogServiceServer]system socket(127.0.0.1:#) init ";
   const auto closings = [&] { return countOf("[LogServiceServer]close socket.\n", err.text()); };
-  Link other;
-  const int before = openDescriptors();
+  support::Link other;
+  const int before = support::openDescriptors();
   auto service = std::make_unique<LogService>();
   service->startServer(kLoopback, static_cast<short>(other.port()));
   EXPECT_EQ(out.text(), "Bind failed, error code: 98\n");
@@ -95,7 +92,7 @@ TEST(LogService, TellsOfEachConnectionEndsThemAllWhenStoppedAndStartsAgain) {
     EXPECT_EQ(countOf(support::filled(init + "success!\n", {0}), err.text()), 2 * round);
     EXPECT_EQ(countOf(support::filled(init + "failed!\n", {0}), err.text()), 2 * round);
   }
-  EXPECT_EQ(openDescriptors(), before);
+  EXPECT_EQ(support::openDescriptors(), before);
 }
 
 // A frame that comes in two pieces, then two frames and the beginning of what breaks the stream in one.
@@ -109,10 +106,10 @@ TEST(LogService, HandsOnWholeFramesAndClosesAConnectionThatBringsNone) {
   };
   service.m_maxFrameBytes = 1000;
   service.startServer(kLoopback, 0);
-  Link link;
+  support::Link link;
   ASSERT_TRUE(link.client.connect(kLoopback, service.port()));
   ASSERT_TRUE(os_socket_writable(link.handle(), 5000, nullptr, 0));
-  const std::string peer = kLoopback + ":" + std::to_string(portOf(link.client));
+  const std::string peer = kLoopback + ":" + std::to_string(support::portOf(link.client));
   const auto send = [&](const std::string& bytes) {
     EXPECT_EQ(link.client.send(bytes.data(), static_cast<int>(bytes.size()), 0), static_cast<int>(bytes.size()));
   };

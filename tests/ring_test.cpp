@@ -1,9 +1,10 @@
-// The ring with a producer that is held between two of its steps. The hook stands in the place of the load that the
-// ring makes, so this file has an instantiation of its own.
+// Runs code between two steps of a push. A hook replaces the atomic load, so RingBuffer.h is compiled here with a
+// record type of its own.
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <functional>
+#include <utility>
 
 #include "os/os_thread.h"
 
@@ -29,12 +30,15 @@ struct Record {
   std::int64_t number;
 };
 
-// Another producer and the consumer go once around the ring, so that the read index stands where a full ring would have
-// it.
+// Meanwhile another producer pushes and the consumer pops. The read index is then one ahead of the reserve index that
+// was loaded, as in a full ring.
 TEST(RingBuffer, RefusesNothingWhenAProducerIsOvertakenBetweenItsLoads) {
   CRingBuffer<Record> ring(4);
   Record taken{};
-  afterNextLoad = [&] { ring.push({1}) && ring.pop(taken); };
+  afterNextLoad = [&] {
+    EXPECT_TRUE(ring.push({1}));
+    EXPECT_TRUE(ring.pop(taken));
+  };
   EXPECT_TRUE(ring.push({2}));
   EXPECT_EQ(taken.number, 1);
   EXPECT_TRUE(ring.pop(taken));

@@ -79,8 +79,7 @@ TEST(Socket, ConfiguresTheHandleThatItTakesAndTakesOnlyOne) {
 
 TEST(Socket, TakesAnyAddressForATextThatIsNone) {
   const struct {
-    const char* text;
-    const char* address;
+    const char *text, *address;
   } rows[] = {
       {"127.0.0.1", "127.0.0.1"}, {"", "0.0.0.0"},          {"0.0.0.0", "0.0.0.0"},
       {"localhost", "0.0.0.0"},   {"1.2.3.4.5", "0.0.0.0"}, {"255.255.255.255", "0.0.0.0"},

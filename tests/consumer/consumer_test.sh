@@ -35,7 +35,7 @@ copy_consumers() {
   (cd "$1" && printf '#include <%s>\n' oxu/*.h) >"$work/consumer/everything.h"
 }
 
-# build_consumers FOLDER [OPTION...]: builds them and runs them.
+# build_consumers FOLDER [OPTION...] builds them; a step of the build runs each.
 build_consumers() {
   local folder=$work/$1
   shift
@@ -50,7 +50,7 @@ compile_with_pkg_config() {
   PKG_CONFIG_PATH=$(dirname "$(find "$1" -name oxutool.pc)")
   flags=$(pkg-config --cflags oxutool)
   libraries="$(pkg-config --libs oxutool) -Wl,-rpath,$(dirname "$PKG_CONFIG_PATH")"
-  [[ $(pkg-config --modversion oxutool) == "$version" ]]
+  [[ $(pkg-config --modversion oxutool) == "$version" ]] || { echo "wrong version in oxutool.pc"; return 1; }
   # shellcheck disable=SC2086
   $CXX $CXXFLAGS -std=c++17 "${warnings[@]}" $flags "$work"/consumer/*.cpp $libraries -pthread -o "$work/by_hand"
   # shellcheck disable=SC2086
@@ -59,24 +59,26 @@ compile_with_pkg_config() {
   "$work/by_hand" && "$work/by_hand_c"
 }
 
-# build_examples PREFIX: those that are installed, all of them; one that uses everything answers.
+# build_examples PREFIX builds all installed examples, and runs the supervisor.
 build_examples() {
   configure -S "$1/share/doc/liboxutool-dev/examples" -B "$work/examples"
   cmake --build "$work/examples" -- --quiet
-  "$work/examples/supervisor" --help | grep -q command
+  "$work/examples/supervisor" --help >"$work/help"
+  grep -q command "$work/help"
 }
 
 # gdb finds the printers beside the library, once its user trusts the folder.
 gdb_finds_printers() {
   local library
   library=$(find "$1" -name libOxuTool.so)
-  [[ -n $library ]] && command -v gdb >/dev/null || return 0
+  [[ -n $library ]] || { echo "there is no libOxuTool.so"; return 1; }
+  command -v gdb >/dev/null || { echo "the printers are not tried: there is no gdb"; return 0; }
   HOME=$work gdb -nx -batch -iex "add-auto-load-safe-path $1" -ex "file $(readlink -f "$library")" \
     -ex 'info pretty-printer' </dev/null >"$work/printers" 2>&1
   grep -q CRingBuffer "$work/printers"
 }
 
-# The installed tree after a move, from projects in both languages and in C alone, and by hand.
+# Moves the installed tree, then uses it from a project in both languages, from one in C alone, and by hand.
 use_moved() {
   mv "$work/first" "$work/moved"
   copy_consumers "$work/moved/include"
@@ -100,14 +102,14 @@ static() {
 subdirectory() {
   copy_consumers "$source/include"
   build_consumers both -DSOURCE="$source" -DCMAKE_BUILD_TYPE=Debug
-  # A project in C alone knows no level of C++, which CMake reports before anything is built.
+  # A project in C alone has no C++17 for the library to require: CMake would stop here.
   configure -S "$work/consumer" -B "$work/c" -DSOURCE="$source" -DCAPI="$source/examples/capi.c" -DC_ALONE=ON
   # A host project that installs itself does not install the library, and has none of its tests and examples.
   cmake --install "$work/both" --prefix "$work/none" >/dev/null
   [[ ! -e $work/none ]] && ! find "$work/both" -name '*supervisor*' -o -name oxutool_tests | grep .
 }
 
-# Each exported header alone, whatever macros the host has.
+# Each exported header alone, even where the host has macros of the level names.
 headers() {
   command -v "$CXX" >/dev/null || { echo "skipped: there is no $CXX"; exit 77; }
   local standard
@@ -134,14 +136,14 @@ expect_only() {
   ! grep -vxE "$1" "$2" || { echo "^ not expected in $2"; exit 1; }
 }
 
-# What the shared library exports, is called and needs. With REFRESH=1 the list of symbols is made anew.
+# Checks the exported symbols, the soname and the needed libraries. REFRESH=1 makes the list of symbols anew.
 abi() {
-  # Named as the C++ library's sources name things.
+  # With std::string as sources have it.
   nm -DC --defined-only "$build/libOxuTool.so" >"$work/exported"
   sed -i -E 's/^[0-9a-f]+ //; s/\[abi:cxx11\]//g
     s/std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> >/std::string/g' "$work/exported"
 
-  # Which tables there are, and what else is weak, depends on the compiler: what counts is whose it is.
+  # Weak symbols and tables differ between compilers: only their namespace or class is checked.
   local tables='((vtable|typeinfo|typeinfo name) for )'
   local own='(oxu::|OS::|IniFile|Option|IBase|ISocket|CSocket|LogService)'
   expect_only ". $tables?$own.*|T [A-Za-z_]+(\(.*\))?" "$work/exported"
@@ -156,7 +158,7 @@ abi() {
 }
 
 if [[ $CXXFLAGS == *-fsanitize* && $way != installed ]]; then
-  echo "skipped: no different under a sanitizer, or, as for the exported symbols, about it"
+  echo "skipped: the same under a sanitizer, except the exported symbols, which it changes"
   exit 77
 fi
 "$way"

@@ -34,7 +34,7 @@ class Early {
 
  private:
   oxu::StartProcess m_process;
-  oxu::ProcessMonitor m_monitor;
+  oxu::ProcessMonitor m_monitor;  // begins and ends, and no more
   oxu::json::Json m_json;
   IniFile m_ini;
   Option m_options;
@@ -45,7 +45,7 @@ Early early;
 
 }  // namespace
 
-// Both stand in for the C library's, so that the line of a kill by an ordinary user can be read.
+// Both replace functions of the C library, so that the command which an ordinary user's kill runs can be read.
 extern "C" int system(const char* line) {
   killLine = line;
   return 0;

@@ -1,4 +1,4 @@
-// A second unit with all headers, and what the first one does not use.
+// A second translation unit with all headers. It uses what early.cpp does not.
 #include "everything.h"
 
 bool otherUnitWorks() {

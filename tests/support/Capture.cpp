@@ -7,10 +7,12 @@
 
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
+#include <iterator>
 #include <thread>
 
-// A size that cannot be allocated is a null pointer here, as it is without the sanitizer.
+// Under a sanitizer, too, an allocation that is too large gives a null pointer.
 extern "C" const char* __asan_default_options() { return "allocator_may_return_null=1"; }
 extern "C" const char* __tsan_default_options() { return "allocator_may_return_null=1"; }
 
@@ -41,7 +43,7 @@ DescriptorCapture::~DescriptorCapture() {
 }
 
 std::string DescriptorCapture::text() const {
-  // Not by a seek: the descriptor that is captured shares its position with the file's own.
+  // pread, since a seek would move the position that the captured descriptor shares.
   struct stat status {};
   ::fstat(m_file, &status);
   std::string text(static_cast<std::size_t>(status.st_size), '\0');
@@ -65,14 +67,14 @@ std::string LogCapture::messages() const {
 }
 
 std::string withoutStamps(std::string text) {
-  for (std::size_t at = 0; (at = text.find("[20", at)) != std::string::npos;)
-    text.erase(at, text.find("]  ", at) + 3 - at);
+  const std::size_t size = std::strlen("[2026-01-31 23:59:59.999]  ");
+  for (std::size_t at = 0; (at = text.find("[20", at)) != std::string::npos;) text.erase(at, size);
   return text;
 }
 
 std::string filled(std::string text, const std::vector<int>& numbers) {
   auto number = numbers.begin();
-  for (std::size_t at = 0; (at = text.find('#', at)) != std::string::npos;)
+  for (std::size_t at = 0; (at = text.find('#', at)) != std::string::npos && number != numbers.end();)
     text.replace(at, 1, std::to_string(*number++));
   return text;
 }

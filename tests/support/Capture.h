@@ -35,8 +35,7 @@ class LogCapture : public DescriptorCapture {
   LogCapture();
   ~LogCapture() { uninstall_log_task(); }
 
-  // All that was printed before: of each record its tag, a blank, its message and a line feed. What the host itself
-  // printed stands in front of the record that followed.
+  // All that was printed without stamps: "TAG MESSAGE\n" for each record, and what the host printed in between.
   std::string messages() const;
 };
 
@@ -63,12 +62,13 @@ class SharedText {
 // What the logger has printed, without the time stamps and the blanks behind them.
 std::string withoutStamps(std::string text);
 
-// The text with each # replaced by the next of the numbers.
+// Replaces each # by the next number.
 std::string filled(std::string text, const std::vector<int>& numbers);
 
 // How often a text stands in another.
 int countOf(const std::string& part, const std::string& text);
 
+// One more than there are: for comparisons.
 int openDescriptors();
 
 }  // namespace support

@@ -32,7 +32,8 @@ class Reporter : public testing::EmptyTestEventListener {
   std::size_t m_size = 0;
 };
 
-[[noreturn]] void runAndExit(const std::function<void()>& body, char* report) {
+// noexcept: the framework must not catch what the body throws, and go on with the next test in the child.
+[[noreturn]] void runAndExit(const std::function<void()>& body, char* report) noexcept {
   ::alarm(60);
   testing::TestEventListeners& listeners = testing::UnitTest::GetInstance()->listeners();
   delete listeners.Release(listeners.default_result_printer());
@@ -49,6 +50,7 @@ void inChild(const std::function<void()>& body) {
   char* const report = static_cast<char*>(shared);
   std::fflush(stdout);
   const pid_t pid = ::fork();
+  ASSERT_NE(pid, -1);
   if (pid == 0) runAndExit(body, report);
   int status = -1;
   EXPECT_EQ(::waitpid(pid, &status, 0), pid);

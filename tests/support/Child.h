@@ -6,13 +6,13 @@
 
 namespace support {
 
-// Waits for the child, which a watchdog ends after a minute. What the body expects in vain is a failure of the test.
+// Waits for the child, which SIGALRM ends after a minute. An expectation that fails in the body fails the test.
 void inChild(const std::function<void()>& body);
 
 // The same with a pipe for the child's standard output, of which the body gets the read end.
 void inChildWithPipe(const std::function<void(int readEnd)>& body);
 
-// For such a child: its standard output takes nothing more, until some of the 4096 bytes in it are read.
+// For such a child: fills its standard output, a pipe cut to 4096 bytes, so that the next write waits for a reader.
 void fillStandardOutput();
 
 }  // namespace support

@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
+#include <cstdlib>
 
 namespace faults {
 
@@ -22,13 +23,18 @@ struct Plan {
 
 int gate[2] = {-1, -1};
 
+// Whether a fault is left to be taken; takes it.
+bool takeOne() {
+  int remaining = plan.remaining;
+  while (remaining > 0 && !plan.remaining.compare_exchange_weak(remaining, remaining - 1)) continue;
+  return remaining > 0;
+}
+
 bool fails(Call call, int argument) {
   if (plan.call != call || (plan.argument != kAnyArgument && plan.argument != argument)) return false;
-  int remaining = plan.remaining;
-  while (remaining > 0 && !plan.remaining.compare_exchange_weak(remaining, remaining - 1)) {
-  }
-  if (remaining != 0) errno = plan.error;
-  return remaining != 0;
+  if (plan.remaining != kEveryTime && !takeOne()) return false;
+  errno = plan.error;
+  return true;
 }
 
 }  // namespace
@@ -43,7 +49,7 @@ Fault::Fault(Call call, int error, int times, int argument) {
 Fault::~Fault() { plan.remaining = 0; }
 
 HeldChildren::HeldChildren() {
-  if (::pipe2(gate, O_CLOEXEC) != 0) gate[0] = -1;
+  if (::pipe2(gate, O_CLOEXEC) != 0) std::abort();
 }
 
 HeldChildren::~HeldChildren() {
@@ -54,7 +60,7 @@ HeldChildren::~HeldChildren() {
 
 }  // namespace faults
 
-// Under --wrap=NAME the linker takes NAME for __wrap_NAME, and __real_NAME for the function itself.
+// With --wrap=NAME, calls of NAME go to __wrap_NAME, and __real_NAME is the function itself.
 #define WRAP(call, argument, failure, result, name, parameters, arguments) \
   result __real_##name parameters;                                         \
   result __wrap_##name parameters { return faults::fails(faults::call, argument) ? failure : __real_##name arguments; }
@@ -76,14 +82,14 @@ WRAP(kAccept, 0, -1, int, accept4, (int fd, sockaddr* address, socklen_t* size, 
 WRAP(kThread, 0, errno, int, pthread_create, (pthread_t * id, const pthread_attr_t* how, Run run, void* argument),
      (id, how, run, argument))
 
-// A function cannot return from a vfork of its own in the child. fork stands in for it.
+// A wrapper must not return in a child of vfork, so it forks.
 pid_t __wrap_vfork() {
   if (faults::fails(faults::kFork, 0)) return -1;
   const pid_t pid = ::fork();
   if (pid == 0 && faults::gate[0] != -1) {
     char byte;
     ::close(faults::gate[1]);
-    (void)!__real_read(faults::gate[0], &byte, 1);
+    (void)!__real_read(faults::gate[0], &byte, 1);  // "!": the result may not be ignored otherwise
   }
   return pid;
 }

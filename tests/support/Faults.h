@@ -26,8 +26,8 @@ enum Call {
   kAccept
 };
 
-// While it lives, `call` fails with `error`, as often as `times` says; fcntl and dup2 only for one command
-// or target where `argument` names it. One lives at a time. kFork is vfork.
+// While it lives, `call` fails with `error`, `times` times. `argument` limits the fault to one fcntl command or one
+// dup2 target. Only one Fault may live at a time.
 class Fault {
  public:
   Fault(Call call, int error, int times = kEveryTime, int argument = kAnyArgument);
@@ -36,7 +36,7 @@ class Fault {
   Fault& operator=(const Fault&) = delete;
 };
 
-// While it lives, a child that a launch makes waits before its first step.
+// While it lives, each launched child waits before its first step.
 class HeldChildren {
  public:
   HeldChildren();

@@ -11,18 +11,20 @@
 
 namespace support {
 
-class Launched : public support::SharedText {
+class Launched : public SharedText {
  public:
   explicit Launched(const std::string& command, unsigned long bufferSize = 4096, const std::string& envNames = "",
                     const std::string& workDir = "", bool blockingOutput = false)
       : process(
-            workDir, envNames, command, "secret", [this](const std::string& chunk) { append(chunk); }, bufferSize,
-            false, blockingOutput) {}
+            workDir, envNames, command, /*password=*/"secret", [this](const std::string& chunk) { append(chunk); },
+            bufferSize, /*needRoot=*/false, blockingOutput) {}
   ~Launched() { wait(); }
 
-  // Both wait for the end. The status is -1 for a command that a signal has ended, and where there is none.
+  // Both wait for the end. exitStatus is -1 for a command that was not launched or that a signal has ended.
   int exitStatus() { return WIFEXITED(wait()) ? WEXITSTATUS(m_status) : -1; }
   int endingSignal() { return WTERMSIG(wait()); }
+
+  oxu::StartProcess process;
 
  private:
   int wait() {
@@ -31,9 +33,6 @@ class Launched : public support::SharedText {
   }
 
   int m_status = -1;
-
- public:
-  oxu::StartProcess process;  // last, so that the capture ends first
 };
 
 }  // namespace support

@@ -36,7 +36,7 @@ inline std::string packed(const oxu::Frame& frame) {
   return {data, static_cast<std::size_t>(length) + 4};
 }
 
-// A listening handle, one that is bound and does not listen, and one accepted connection of a CSocket.
+// A listener, a bound socket that does not listen, and a client with its accepted connection.
 class Link {
  public:
   explicit Link(int backlog = 4) {
@@ -70,7 +70,7 @@ class Link {
     closeServer();
   }
   void sendToClient() { EXPECT_EQ(::write(server, "bytes", 5), 5); }
-  void sendToServer() { client.send("", 1, 0); }
+  void sendToServer() { EXPECT_EQ(client.send("x", 1, 0), 1); }
   void endServersStream() { ::shutdown(server, SHUT_WR); }
   void endClientsStream() { ::shutdown(client.handle(), SHUT_WR); }
   void connectToNobody() { client.connect(kLoopback, portOf(nobody)); }
