@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -20,7 +19,6 @@
 #include "oxu/CApi.h"
 #include "tests/support/Capture.h"
 #include "tests/support/Child.h"
-#include "tests/support/Faults.h"
 
 namespace {
 
@@ -269,14 +267,6 @@ TEST(PushLog, ExistsOnlyBetweenInstallAndUninstallAndIsNotFilteredByLevel) {
 }
 
 TEST(PushLog, LosesTheRecordsThatWaitAtTheUninstall) {
-  const support::DescriptorCapture output(STDOUT_FILENO);
-  {
-    const faults::Fault noThread(faults::kThread, EAGAIN);
-    install_log_task();
-    EXPECT_TRUE(push_log(oxu::INFO, "never printed"));
-    uninstall_log_task();
-    EXPECT_EQ(output.text(), "");
-  }
   support::inChildWithPipe([](int readEnd) {
     support::fillStandardOutput();
     install_log_task();

@@ -56,7 +56,6 @@ TEST(FrameReader, KnowsABrokenStreamByTheFirstBytesThatDecide) {
     std::string frame;
     std::size_t decidingBytes;
   } rows[] = {
-      {"length 3", standard, "\x03\0\0\0\0\0\0"s, none},
       {"longest frame by default", standard, "\xfc\xff\x0f\0\0\0\0"s, none},
       {"one byte more", standard, "\xfd\xff\x0f\0\0\0\0"s, 4},
       {"longest length without a limit", SIZE_MAX, "\xff\xff\xff\xff\0\0\0"s, none},

@@ -49,7 +49,6 @@ TEST(OutputRedirector, DeliversWhatIsPrintedInOrderAndInChunks) {
     Call call = kRead;
     int error = 0, times = 0;
   } rows[] = {
-      {"one chunk", 1024, {1024}},
       {"one byte more", 1025, {1024, 1}},
       {"forwarding is over", 2000, {}, 976, false},
       {"no callback", 2000, {}, 0, true, false},

@@ -181,7 +181,6 @@ TEST(SocketWait, TellsTheStatesOfAConnectionApart) {
       {"connected", {&Link::connect}, false, true, false, none},
       {"bytes to read", {&Link::connect, &Link::sendToClient}, true, true, false, none},
       {"closed by the peer", {&Link::connect, &Link::closeServer}, true, true, false, none},
-      {"half closed", {&Link::connect, &Link::endServersStream}, true, true, false, none},
       {"closed by both", {&Link::connect, &Link::endClientsStream, &Link::closeServer}, true, true, false, none},
       {"reset", {&Link::connect, &Link::resetByServer}, true, true, true, {ECONNRESET}},
       {"reset with bytes",

@@ -71,7 +71,6 @@ class Link {
   }
   void sendToClient() { EXPECT_EQ(::write(server, "bytes", 5), 5); }
   void sendToServer() { EXPECT_EQ(client.send("x", 1, 0), 1); }
-  void endServersStream() { ::shutdown(server, SHUT_WR); }
   void endClientsStream() { ::shutdown(client.handle(), SHUT_WR); }
   void connectToNobody() { client.connect(kLoopback, portOf(nobody)); }
 
