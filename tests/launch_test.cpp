@@ -121,7 +121,7 @@ void expectCapture() {
   EXPECT_EQ(child.get(), "out\nerr\nend\n");
 }
 
-TEST(StartProcess, WorksWhateverTheHostsDescriptorsAre) {
+TEST(StartProcess, CapturesInAHostWithClosedOrThousandsOfDescriptors) {
   for (const std::vector<int>& closed : {std::vector<int>{0}, {1}, {0, 1}, {1, 2}, {0, 1, 2}}) {
     SCOPED_TRACE("closed: " + testing::PrintToString(closed));
     support::inChild([&closed] {
@@ -143,8 +143,9 @@ TEST(StartProcess, WorksWhateverTheHostsDescriptorsAre) {
 
 std::atomic<int> handled{0};
 
-// The signal comes as soon as there is a child. Its handler, a wake-up of the host's main loop, is not for the child.
-TEST(StartProcess, EndsByASignalRightAfterTheLaunchWithoutAHandlerOfTheHost) {
+// The signal arrives as soon as there is a child. The child still shares the host's memory, so a handler that ran there
+// would be counted.
+TEST(StartProcess, RunsNoHandlerOfTheHostInAChildThatASignalEnds) {
   support::inChild([] {
     std::signal(SIGTERM, [](int) { ++handled; });
     for (int i = 0; i < 100; ++i) {
@@ -217,8 +218,8 @@ TEST(StartProcess, LaunchesWhileTheTerminalStopsAndContinuesTheHost) {
   });
 }
 
-// The command waits for room: in the callback's way, or, with a buffer of no bytes, because the capture has ended. The
-// launch of a further one, with its announcements, does not wait.
+// The first command waits for room: behind a callback that does not return or, with a buffer of 0 bytes, in a capture
+// that has ended. A further launch, with its announcements, must not wait.
 TEST(BlockingOutput, NeverHoldsTheHostUpAndEndsTheCommandBySigpipe) {
   for (const unsigned long bufferSize : {4096UL, 0UL}) {
     SCOPED_TRACE(bufferSize);

@@ -59,7 +59,7 @@ class Peer : public Link {
 };
 
 int connectToPeer(Peer& peer) { return peer.connectTo(peer.port()); }
-int connectToNobody(Peer& peer) { return peer.connectTo(support::portOf(peer.nobody)); }
+int connectToClosedPort(Peer& peer) { return peer.connectTo(support::portOf(peer.notListening)); }
 int sendNothing(Peer& peer) { return peer.send(0); }
 int sendOne(Peer& peer) { return peer.send(1); }
 int sendSome(Peer& peer) { return peer.send(1 << 20); }
@@ -96,7 +96,7 @@ int connectToItself(Peer& peer) {
   return result;
 }
 
-// A # stands for the port.
+// In `printed`, # stands for the port.
 TEST(LogServiceClient, ReportsEachFailure) {
   const std::string prefix = "[LogServiceClient]";
   const std::string notReady = prefix + "Socket not ready to write.\n", broken = prefix + "Socket link broken.\n";
@@ -125,7 +125,7 @@ TEST(LogServiceClient, ReportsEachFailure) {
       {"too much", {&Peer::connectSender}, sendTooMuch, {{-3, notSent}}},
       {"closed", {&Peer::closeTwice}, connectToPeer, {{-2, atOnce + "9\n"}}},
       {"not connected", {}, sendOne, {{-4, notReady}}},
-      {"refused", {}, connectToNobody, {{-2, atOnce + "111\n"}, {-2, later}}},
+      {"refused", {}, connectToClosedPort, {{-2, atOnce + "111\n"}, {-2, later}}},
       {"nobody answers", {&Peer::takeThePlaceInTheQueue}, connectToPeer, {{-2, later}}},
       {"itself", {}, connectToItself, {{-2, later}}},
       {"no descriptor", {}, connectWithoutDescriptors, {{-2, noSocket + "24\n" + atOnce + "9\n"}}},

@@ -22,7 +22,7 @@ using support::kLoopback;
 using support::packed;
 using Clock = std::chrono::steady_clock;
 
-// The queue keeps them all while none can be taken; then one is taken right after the other.
+// While none can be accepted, the backlog keeps them all. Then each is accepted right after the one before.
 TEST(LogService, ServesEachClientOfABurstThatCameWhenThereWasNoRoom) {
   constexpr int kClients = 1000;
   const support::DescriptorCapture out(STDOUT_FILENO), err(STDERR_FILENO);
@@ -60,7 +60,7 @@ TEST(LogService, TellsOfEachConnectionEndsThemAllWhenStoppedAndStartsAgain) {
   int accepted = 0, closed = 0;
   for (int round = 1; round <= 2; ++round) {
     service->stopServer();
-    LogServiceClient refused, passing, idle[3];
+    LogServiceClient turnedAway, passing, idle[3];
     {
       const faults::Fault noThread(faults::kThread, EAGAIN);
       service->startServer(kLoopback, 0);
@@ -72,14 +72,14 @@ TEST(LogService, TellsOfEachConnectionEndsThemAllWhenStoppedAndStartsAgain) {
     EXPECT_EQ(service->port(), port);
     {
       const faults::Fault noThread(faults::kThread, EAGAIN);
-      EXPECT_EQ(refused.connect(kLoopback, port), 0);
+      EXPECT_EQ(turnedAway.connect(kLoopback, port), 0);
       closed += 1;
       EXPECT_TRUE(eventually([&] { return closings() == closed; }));
-      EXPECT_TRUE(eventually([&] { return refused.send("x", 1) < 0; }));
+      EXPECT_TRUE(eventually([&] { return turnedAway.send("x", 1) < 0; }));
     }
     for (LogServiceClient* client : {&passing, &idle[0], &idle[1], &idle[2]}) client->connect(kLoopback, port);
     EXPECT_EQ(passing.send("read and discarded", 18), 18);
-    accepted += 5;
+    accepted += 5;  // all that were made here
     EXPECT_TRUE(eventually([&] { return countOf("accept client(127.0.0.1:", out.text()) == accepted; }));
     passing.close();
     closed += 1;

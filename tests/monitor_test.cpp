@@ -42,8 +42,8 @@ bool isReaped(pid_t pid) {
   return support::eventually([pid] { return ::kill(pid, 0) == -1 && errno == ESRCH; });
 }
 
-// Of a name that is given again, addProcess reaps and reports the new process; updateProcess watches it, and what it
-// reaps and reports stays the old one, whose status is not told.
+// For a name that is in the table, addProcess replaces the old process. updateProcess only watches the new one: the old
+// one is reaped and reported, without its exit status.
 TEST(ProcessMonitor, ReapsAChildThatEndsTellsHowAndCallsItsCallbackOnce) {
   support::LogCapture log;
   support::SharedText told;
@@ -90,13 +90,13 @@ TEST(ProcessMonitor, TakesProcessesThatNeverWereOrAreStoppedAsGone) {
   ::kill(silent, SIGKILL);
   ::kill(stopped, SIGSTOP);
   ProcessMonitor monitor;
-  ProcessInfo onlyPid;
-  onlyPid.setPid(own);
-  onlyPid.setQuitCallback(count);
-  monitor.addProcess("only pid", onlyPid);
-  ProcessInfo onlyCurrent(INT_MAX, count);
-  onlyCurrent.setPid(0);
-  monitor.addProcess("only current", onlyCurrent);
+  ProcessInfo onlyOwn;
+  onlyOwn.setPid(own);
+  onlyOwn.setQuitCallback(count);
+  monitor.addProcess("only own pid", onlyOwn);
+  ProcessInfo onlyWatched(INT_MAX, count);
+  onlyWatched.setPid(0);
+  monitor.addProcess("only watched pid", onlyWatched);
   monitor.addProcess("silent", ProcessInfo(silent, nullptr));
   monitor.addProcess("stopped", ProcessInfo(stopped, count));
   EXPECT_TRUE(isReaped(own));

@@ -53,8 +53,7 @@ TEST(StartProcess, ReportsEachFailureAndGoesOnWhereItCan) {
     const char* what;
     Call call;
     int argument, error, times;
-    const char* printed;  // on the host's standard error, and then on its
-                          // standard output and in its log
+    const char* printed;  // by the host: on standard error first, then on standard output and in the log
     const char* output;
     int exitStatus = 0;
   } rows[] = {
@@ -112,8 +111,8 @@ TEST(StartProcess, PutsTheChildIntoItsGroupBeforeTheLaunchReturns) {
   EXPECT_EQ(child.exitStatus(), 0);
 }
 
-// The number of the read end is given to another file as soon as it is closed. A reader that is quick enough to see
-// that says so.
+// As soon as the read end is closed, its number is given to another file. A reader that finds the descriptor closed
+// logs that, and nothing else.
 TEST(StartProcess, ReaderNeverReadsAnotherFileAfterAFailedFork) {
   support::LogCapture log;
   std::atomic<bool> stop{false};
@@ -141,7 +140,7 @@ TEST(StartProcess, ReaderNeverReadsAnotherFileAfterAFailedFork) {
   EXPECT_EQ(static_cast<std::size_t>(support::countOf(closed, messages)) * closed.size(), messages.size()) << messages;
 }
 
-// The fake stands for sudo where the tests run as an ordinary user: it runs what it is given, without a password.
+// An ordinary user's kill goes through sudo. This fake runs what it is given, without a password.
 TEST(Kill, EndsWholeGroupsAndSkipsProcessesThatAreGone) {
   char directory[] = "/tmp/oxutool-test-XXXXXX";
   const std::string sudo = std::string(::mkdtemp(directory)) + "/sudo";

@@ -74,7 +74,7 @@ TEST(FrameReader, KnowsABrokenStreamByTheFirstBytesThatDecide) {
   }
 }
 
-// With work for each byte or frame that grows with the others this would not end in time.
+// If the work per byte or per frame grew with their number, this would not end in time.
 TEST(FrameReader, WorkGrowsWithTheBytesAlone) {
   const Frame large{1, "large", std::string(4 << 20, 'b')};
   const std::string bytes = support::packed(large);
@@ -93,7 +93,7 @@ TEST(FrameReader, WorkGrowsWithTheBytesAlone) {
   EXPECT_EQ(count, kMany);
 }
 
-// There is never a moment without the beginning of a frame, at which all could be forgotten at once.
+// The reader always holds the beginning of a frame: it has no empty moment at which it could drop everything.
 TEST(FrameReader, KeepsNoBytesOfFramesThatWereTaken) {
   const std::string start = "\x03"s, piece = "\0\0\0\x01\0\0\x03"s;
   FrameReader reader;

@@ -37,8 +37,8 @@ struct Host : oxu::OutputRedirector, support::SharedText {
   std::vector<std::size_t> chunkSizes;
 };
 
-// The line of `open` is still in the buffer of the host, which closes its output when it has printed: so the loop meets
-// the end of the pipe.
+// The line that open prints waits in the buffer of stdout, so it arrives first. The host closes its output when it has
+// printed, so the loop meets the end of the pipe.
 TEST(OutputRedirector, DeliversWhatIsPrintedInOrderAndInChunks) {
   const struct {
     const char* what;
@@ -114,8 +114,8 @@ TEST(OutputRedirector, LeavesTheHostsOutputAsItWasWhenItFails) {
   }
 }
 
-// The first line that is printed meets a pipe without a reader.
-TEST(OutputRedirector, WorksWhateverTheHostsDescriptorsAreAndHidesItsOwnFromCommands) {
+// The line that open prints meets a pipe whose reader has gone.
+TEST(OutputRedirector, WorksWithoutStandardDescriptorsAndHidesItsOwnFromCommands) {
   for (const std::vector<int>& closed : {std::vector<int>{}, {0}, {1}, {2}, {0, 1, 2}}) {
     SCOPED_TRACE("closed: " + testing::PrintToString(closed));
     support::inChildWithPipe([&closed](int readEnd) {

@@ -65,7 +65,7 @@ TEST(Socket, ConfiguresTheHandleThatItTakesAndTakesOnlyOne) {
   EXPECT_EQ(socket.mode(), get_default_rt_mode());
   EXPECT_NE(::fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
   EXPECT_EQ(option(socket, SO_REUSEADDR), 1);
-  for (const int name : {SO_RCVBUF, SO_SNDBUF}) EXPECT_EQ(option(socket, name), 2 * 8192);  // the system's own share
+  for (const int name : {SO_RCVBUF, SO_SNDBUF}) EXPECT_EQ(option(socket, name), 2 * 8192);  // the system doubles it
   for (const int name : {SO_RCVTIMEO, SO_SNDTIMEO}) {
     timeval time{};
     unsigned int length = sizeof time;
@@ -167,15 +167,15 @@ TEST(Socket, ClosesTheHandleThatAHoldingObjectCannotTake) {
   client.close();
 }
 
-// What the three questions answer in each state of a connection, at once, and the error that is still to be
-// collected after them.
+// What the three questions answer at once in each state of a connection, and the error that is still pending after
+// them.
 TEST(SocketWait, TellsTheStatesOfAConnectionApart) {
   const std::vector<int> none = {0};
   const struct {
     const char* state;
     std::vector<void (Link::*)()> steps;
     bool isReadable, isWritable, isBroken;
-    std::vector<int> pending;  // any of them
+    std::vector<int> pending;  // one of these
   } rows[] = {
       {"fresh", {}, false, false, false, none},
       {"connected", {&Link::connect}, false, true, false, none},
@@ -191,7 +191,7 @@ TEST(SocketWait, TellsTheStatesOfAConnectionApart) {
        {ECONNRESET}},
       {"closed, then reset", {&Link::connect, &Link::closeServer, &Link::sendToServer}, true, true, true, {EPIPE}},
       // The connect itself may have told of it.
-      {"refused", {&Link::connectToNobody}, true, false, true, {0, ECONNREFUSED}},
+      {"refused", {&Link::connectToClosedPort}, true, false, true, {0, ECONNREFUSED}},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.state);
@@ -213,7 +213,7 @@ TEST(SocketWait, TellsTheStatesOfAConnectionApart) {
 TEST(SocketAccept, PausesForLackOfRoomAloneAndLeavesTheConnectionInTheQueue) {
   Link link;
   EXPECT_TRUE(link.client.connect(kLoopback, link.port()));
-  const int listener = link.listener.handle(), nobody = link.nobody.handle();
+  const int listener = link.listener.handle(), notListening = link.notListening.handle();
   for (const int error : {EMFILE, ENFILE, ENOBUFS, ENOMEM}) {
     const faults::Fault noRoom(faults::kAccept, error);
     const auto begin = Clock::now();
@@ -222,7 +222,7 @@ TEST(SocketAccept, PausesForLackOfRoomAloneAndLeavesTheConnectionInTheQueue) {
     EXPECT_GE(Clock::now() - begin, std::chrono::milliseconds(100));
   }
   const auto begin = Clock::now();
-  for (int i = 0; i < 1000; ++i) EXPECT_EQ(os_socket_accept(nobody, nullptr, nullptr, 0), -1);
+  for (int i = 0; i < 1000; ++i) EXPECT_EQ(os_socket_accept(notListening, nullptr, nullptr, 0), -1);
   EXPECT_LT(Clock::now() - begin, std::chrono::seconds(5));
   // No member function is called meanwhile: a sanitizer needs descriptors to look at the object.
   const rlimit none{3, 1024}, some{1024, 1024};

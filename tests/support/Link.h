@@ -40,13 +40,13 @@ inline std::string packed(const oxu::Frame& frame) {
 class Link {
  public:
   explicit Link(int backlog = 4) {
-    for (CSocket* socket : {&listener, &nobody}) EXPECT_TRUE(socket->initSocket(SOCK_STREAM, kLoopback, 0, 0));
+    for (CSocket* socket : {&listener, &notListening}) EXPECT_TRUE(socket->initSocket(SOCK_STREAM, kLoopback, 0, 0));
     EXPECT_TRUE(listener.listen(backlog));
     EXPECT_TRUE(client.initSocket(SOCK_STREAM, "", 0, 0));
   }
   ~Link() {
     closeServer();
-    for (CSocket* socket : {&client, &listener, &nobody}) socket->close();
+    for (CSocket* socket : {&client, &listener, &notListening}) socket->close();
   }
 
   unsigned short port() { return portOf(listener); }
@@ -72,10 +72,10 @@ class Link {
   void sendToClient() { EXPECT_EQ(::write(server, "bytes", 5), 5); }
   void sendToServer() { EXPECT_EQ(client.send("x", 1, 0), 1); }
   void endClientsStream() { ::shutdown(client.handle(), SHUT_WR); }
-  void connectToNobody() { client.connect(kLoopback, portOf(nobody)); }
+  void connectToClosedPort() { client.connect(kLoopback, portOf(notListening)); }
 
   int server = -1;
-  CSocket listener, nobody, client;
+  CSocket listener, notListening, client;
 };
 
 }  // namespace support
