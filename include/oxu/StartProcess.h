@@ -15,8 +15,9 @@
 /// - A launch reads the host's environment, which no thread changes meanwhile.
 ///
 /// A launch costs the same in a host of any size. The launching thread waits until the shell has been executed; the
-/// other threads go on. No handler of pthread_atfork runs. The command starts with no signal blocked. SIGPIPE, and each
-/// signal that the host handles, has its default action in the command; other signals that the host ignores stay
+/// other threads go on. No handler of pthread_atfork runs. The command has the host's standard
+/// input and those descriptors of the host that are not close-on-exec. It starts with no signal blocked. SIGPIPE, and
+/// each signal that the host handles, has its default action in the command; other signals that the host ignores stay
 /// ignored.
 ///
 /// The child belongs to the host: this class never reaps the child, nor looks at its exit status. ProcessMonitor does
