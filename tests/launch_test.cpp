@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -34,7 +33,7 @@ int waitStatusOf(int pid) {
   return status;
 }
 
-TEST(StartProcess, DeliversWhatTheCommandWritesUnchangedAndInOrder) {
+TEST(StartProcess, RunsTheCommandAsAskedAndDeliversAllItWrites) {
   std::string more;
   for (int i = 1; i <= 200000; ++i) more += std::to_string(i) + "\n";
   const struct {
@@ -64,7 +63,7 @@ TEST(StartProcess, DeliversWhatTheCommandWritesUnchangedAndInOrder) {
 TEST(StartProcess, EndWakesTheReaderAndLeavesTheChildToFailOnItsNextWrite) {
   support::SharedText output;
   const auto collect = [&](const std::string& chunk) { output.append(chunk); };
-  auto process = std::make_unique<StartProcess>("", "", "echo ready; sleep 0.3; echo more", "", collect, 4096, false);
+  auto process = std::make_unique<StartProcess>("", "", "echo ready; sleep 0.8; echo more", "", collect, 4096, false);
   const int pid = process->pid();
   EXPECT_TRUE(output.eventuallyContains("ready\n"));
   process.reset();
@@ -107,7 +106,7 @@ TEST(StartProcess, AnnouncesWhatItRunsWhereStdoutLetsLinesOutAtOnce) {
   }
 }
 
-TEST(StartProcess, GivesNoCommandADescriptorOfAnotherObject) {
+TEST(StartProcess, GivesNoCommandThePipeOfAnother) {
   Launched first("readlink /proc/$$/fd/1"), second("readlink /proc/$$/fd/*; echo end");
   ASSERT_TRUE(first.eventuallyContains("]\n"));
   ASSERT_TRUE(second.eventuallyContains("end\n"));
@@ -129,39 +128,20 @@ TEST(StartProcess, CapturesInAHostWithClosedOrThousandsOfDescriptors) {
       expectCapture();
     });
   }
-  support::inChildWithPipe([](int readEnd) {
-    ::close(readEnd);
-    std::printf("text that waits for a reader who has gone");
+  support::inChild([] {
     const rlimit limit{4096, 4096};
-    ::setrlimit(RLIMIT_NOFILE, &limit);
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
     while (::dup(STDERR_FILENO) < 2000) continue;
     expectCapture();
-    // A sanitizer flushes stdout when the process ends.
-    ::dup2(::open("/dev/null", O_WRONLY), STDOUT_FILENO);
-  });
-}
-
-std::atomic<int> handled{0};
-
-// The signal arrives as soon as there is a child. The child still shares the host's memory, so a handler that ran there
-// would be counted.
-TEST(StartProcess, RunsNoHandlerOfTheHostInAChildThatASignalEnds) {
-  support::inChild([] {
-    std::signal(SIGTERM, [](int) { ++handled; });
-    for (int i = 0; i < 100; ++i) {
-      Launched child("sleep 100");
-      ::kill(-child.process.pid(), SIGTERM);
-      EXPECT_EQ(child.endingSignal(), SIGTERM);
-    }
-    EXPECT_EQ(handled, 0);
   });
 }
 
 TEST(StartProcess, StartsTheShellWithNoSignalBlockedAndSigpipeAtItsDefault) {
   support::inChild([] {
-    sigset_t all, mask;
-    sigfillset(&all);
-    ::pthread_sigmask(SIG_SETMASK, &all, nullptr);
+    sigset_t blocked, mask;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGTERM);
+    ::pthread_sigmask(SIG_SETMASK, &blocked, nullptr);
     for (const int signal : {SIGPIPE, SIGHUP}) std::signal(signal, SIG_IGN);
     Launched child("kill -HUP $$; grep SigBlk /proc/self/status; kill -PIPE $$");
     EXPECT_EQ(child.endingSignal(), SIGPIPE);
@@ -173,7 +153,7 @@ TEST(StartProcess, StartsTheShellWithNoSignalBlockedAndSigpipeAtItsDefault) {
 }
 
 // The logger's thread waits for the console with stdout's lock held.
-TEST(StartProcess, LaunchesCapturesAndKillsWhileTheConsoleStandsStill) {
+TEST(StartProcess, LaunchesAndCapturesWhileTheConsoleStandsStill) {
   support::inChildWithPipe([](int readEnd) {
     support::fillStandardOutput();
     install_log_task();
@@ -181,38 +161,45 @@ TEST(StartProcess, LaunchesCapturesAndKillsWhileTheConsoleStandsStill) {
     ::usleep(50000);
     Launched child("echo captured; sleep 100");
     EXPECT_TRUE(child.eventuallyContains("captured\n"));
-    ::kill(-child.process.pid(), SIGKILL);
+    ::killpg(child.process.pid(), SIGKILL);
     EXPECT_EQ(child.endingSignal(), SIGKILL);
-    ::close(readEnd);  // the console goes on
+    ::close(readEnd);  // the logger's write fails
   });
 }
 
 TEST(StartProcess, LaunchesFromAThreadThatIsBeingCancelled) {
   support::inChild([] {
-    std::thread([] {
+    int status = -1;
+    std::thread([&status] {
       ::pthread_cancel(::pthread_self());
       const StartProcess process("", "", "exit 7", "", nullptr, 4096, false);
       ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
-      EXPECT_EQ(WEXITSTATUS(waitStatusOf(process.pid())), 7);
+      status = waitStatusOf(process.pid());
     }).join();
+    EXPECT_EQ(WEXITSTATUS(status), 7);
   });
 }
 
+std::atomic<int> handledByAChild{0};
+
 // Ctrl-Z reaches the child while it is still in the host's group. The launching thread, which waits for the child to
-// become the shell, must not wait for a child that is stopped.
-TEST(StartProcess, LaunchesWhileTheTerminalStopsAndContinuesTheHost) {
+// become the shell, must not wait for a child that is stopped. The child shares the host's memory until then, so a
+// handler that ran in it would be counted.
+TEST(StartProcess, LaunchesWhileTheTerminalSendsSigtstp) {
   support::inChild([] {
     ::setpgid(0, 0);
     struct sigaction handle {};
-    handle.sa_handler = [](int) {};
+    handle.sa_handler = [](int) { handledByAChild += ::getpid() != ::getpgrp(); };
     handle.sa_flags = SA_RESTART;
     ::sigaction(SIGTSTP, &handle, nullptr);
     const pid_t terminal = ::fork();
+    ASSERT_NE(terminal, -1);
     if (terminal == 0) {
       std::signal(SIGTSTP, SIG_IGN);
       for (::alarm(20);; ::usleep(100)) ::kill(0, SIGTSTP);
     }
     for (int i = 0; i < 300; ++i) EXPECT_EQ(Launched("exit 0").exitStatus(), 0);
+    EXPECT_EQ(handledByAChild, 0);
     ::kill(terminal, SIGKILL);
     waitStatusOf(terminal);
   });
@@ -235,20 +222,13 @@ TEST(BlockingOutput, NeverHoldsTheHostUpAndEndsTheCommandBySigpipe) {
       const int second = process->addProcess("", "", "yes", "", false);
       EXPECT_FALSE(process->flushOutput(50));
       mayGoOn = true;
-      const auto begin = std::chrono::steady_clock::now();
       process.reset();
-      EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
       for (const int pid : {first, second}) EXPECT_EQ(WTERMSIG(waitStatusOf(pid)), SIGPIPE);
     });
   }
 }
 
 TEST(FlushOutput, IsTrueOnceTheCallbackIsDoneWithAllThatWasWritten) {
-  StartProcess idle;
-  EXPECT_FALSE(idle.flushOutput(-1)) << "there is no child";
-  const int pid = idle.addProcess("", "", "exit 0", "", false);
-  EXPECT_FALSE(idle.flushOutput(-1)) << "there is no capture";
-  ::waitpid(pid, nullptr, 0);
   std::atomic<bool> mayGoOn{false};
   support::SharedText output;
   const auto collect = [&](const std::string& chunk) {
@@ -265,7 +245,12 @@ TEST(FlushOutput, IsTrueOnceTheCallbackIsDoneWithAllThatWasWritten) {
   EXPECT_TRUE(process.flushOutput(0));
 }
 
-TEST(FlushOutput, IsFalseWhereTheCaptureHasEndedEarly) {
+TEST(FlushOutput, IsFalseWhereThereIsNoCaptureOrItHasEndedEarly) {
+  StartProcess idle;
+  EXPECT_FALSE(idle.flushOutput(-1)) << "there is no child";
+  const int pid = idle.addProcess("", "", "exit 0", "", false);
+  EXPECT_FALSE(idle.flushOutput(-1)) << "there is no capture";
+  waitStatusOf(pid);
   const struct {
     unsigned long bufferSize;
     const char* message;
@@ -286,7 +271,7 @@ TEST(FlushOutput, DoesNotWaitForWhatIsWrittenMeanwhile) {
   StartProcess process("", "", "yes", "", nullptr, 4096, false, true);
   const int writer = process.pid();
   waitStatusOf(process.addProcess("", "", "echo behind it", "", false));
-  EXPECT_TRUE(process.flushOutput(-1));
+  EXPECT_TRUE(process.flushOutput(30000));
   ::kill(writer, SIGKILL);
   waitStatusOf(writer);
 }

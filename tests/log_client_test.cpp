@@ -67,7 +67,9 @@ int sendMuch(Peer& peer) { return peer.send(8 << 20); }
 int sendTooMuch(Peer& peer) { return peer.sender.send(nullptr, 1UL << 31); }
 
 int connectWithoutDescriptors(Peer& peer) {
-  const rlimit none{3, 1024}, some{1024, 1024};
+  rlimit some{};
+  ::getrlimit(RLIMIT_NOFILE, &some);
+  const rlimit none{3, some.rlim_max};
   ::setrlimit(RLIMIT_NOFILE, &none);
   LogServiceClient client;
   ::setrlimit(RLIMIT_NOFILE, &some);
@@ -80,8 +82,8 @@ int connectWithoutPort(Peer& peer) {
   return client.connect(kLoopback, peer.triedPort);
 }
 
-// The client's handle gets the lowest free number, which tells its port. Nothing is left of the connection: the port
-// can be bound without address reuse.
+// The client's handle gets the lowest free number: so its port can be asked for. Afterwards the port is free even
+// without address reuse.
 int connectToItself(Peer& peer) {
   const int number = ::dup(STDERR_FILENO);
   ::close(number);
@@ -97,7 +99,7 @@ int connectToItself(Peer& peer) {
 }
 
 // In `printed`, # stands for the port.
-TEST(LogServiceClient, ReportsEachFailure) {
+TEST(LogServiceClient, ReportsHowEachCallEnds) {
   const std::string prefix = "[LogServiceClient]";
   const std::string notReady = prefix + "Socket not ready to write.\n", broken = prefix + "Socket link broken.\n";
   const std::string notSent = prefix + "Failed to send data. ret = -1\n";
@@ -112,7 +114,7 @@ TEST(LogServiceClient, ReportsEachFailure) {
     const char* what;
     std::vector<void (Peer::*)()> steps;
     int (*act)(Peer&);
-    std::vector<Outcome> outcomes;  // one of them, where the system may tell of a failure sooner or later
+    std::vector<Outcome> outcomes;  // any of these: the system decides when a failure shows
   } rows[] = {
       {"nothing to send", {}, sendNothing, {{0, ""}}},
       {"slow reader", {&Peer::connectSender, &Peer::readSlowly}, sendSome, {{1 << 20, ""}}},

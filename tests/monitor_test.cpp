@@ -9,6 +9,7 @@
 #include <chrono>
 #include <climits>
 #include <csignal>
+#include <cstdlib>
 #include <string>
 #include <thread>
 
@@ -25,6 +26,7 @@ void sleepForMoreThanOnePass() { std::this_thread::sleep_for(std::chrono::millis
 // A child that waits for a signal.
 pid_t forkChild() {
   const pid_t pid = ::fork();
+  if (pid == -1) std::abort();
   if (pid == 0) {
     ::alarm(60);
     ::pause();
@@ -35,7 +37,7 @@ pid_t forkChild() {
 
 void endChild(pid_t pid) {
   ::kill(pid, SIGKILL);
-  ::waitpid(pid, nullptr, 0);
+  EXPECT_EQ(::waitpid(pid, nullptr, 0), pid);
 }
 
 bool isReaped(pid_t pid) {
@@ -44,7 +46,7 @@ bool isReaped(pid_t pid) {
 
 // For a name that is in the table, addProcess replaces the old process. updateProcess only watches the new one: the old
 // one is reaped and reported, without its exit status.
-TEST(ProcessMonitor, ReapsAChildThatEndsTellsHowAndCallsItsCallbackOnce) {
+TEST(ProcessMonitor, ReapsAnEndedChildAndCallsItsCallbacksOnce) {
   support::LogCapture log;
   support::SharedText told;
   const auto infoOf = [&told](const std::string& name, pid_t pid) {
@@ -81,7 +83,7 @@ TEST(ProcessMonitor, ReapsAChildThatEndsTellsHowAndCallsItsCallbackOnce) {
 }
 
 // Entries without a callback, with only one of the two pids, and with a child that is merely stopped.
-TEST(ProcessMonitor, TakesProcessesThatNeverWereOrAreStoppedAsGone) {
+TEST(ProcessMonitor, CountsStoppedAndNonexistentProcessesAsGone) {
   support::LogCapture log;
   std::atomic<int> calls{0};
   const auto count = [&] { return ++calls; };
@@ -107,7 +109,8 @@ TEST(ProcessMonitor, TakesProcessesThatNeverWereOrAreStoppedAsGone) {
   endChild(stopped);
 }
 
-// A process is listed for reaping for one pass; a few attempts make sure that the monitor's end meets one.
+// A process is listed for reaping for one pass; so several monitors are made, until one ends during that
+// pass.
 TEST(ProcessMonitor, EndsWithEntriesLeftAndNamesThoseItWasToReap) {
   support::LogCapture log;
   std::atomic<int> calls{0};
@@ -131,7 +134,7 @@ TEST(ProcessMonitor, EndsWithEntriesLeftAndNamesThoseItWasToReap) {
   endChild(own);
 }
 
-TEST(ProcessMonitor, TakesAProcessThatCannotBeCheckedAsRunning) {
+TEST(IsProcessExist, IsFalseOnlyWhereProcHasNoEntry) {
   using namespace faults;
   const char* const noPermission = "DEBUG No permission to check the status of the process (pid=#).\n";
   const struct {
@@ -157,13 +160,15 @@ TEST(ProcessMonitor, TakesAProcessThatCannotBeCheckedAsRunning) {
   EXPECT_FALSE(monitor.isProcessExist(-1));
 }
 
-TEST(ProcessMonitor, CollectsTheAskedChildOnlyAndReportsAnyOtherResult) {
+TEST(WaitProcess, IsTrueOnlyForTheAskedChildAndLogsAnyOtherResult) {
   support::LogCapture log;
   ProcessMonitor monitor;
   EXPECT_FALSE(monitor.waitProcess(INT_MAX));
   const pid_t child = forkChild();
   EXPECT_FALSE(monitor.waitProcess(child));
   EXPECT_EQ(log.messages(), "ERROR [ProcessMonitor]waitpid(2147483647) failed: No child processes\n\n");
+  ::kill(child, SIGSTOP);
+  EXPECT_TRUE(support::eventually([&] { return monitor.waitProcess(child); }));
   ::kill(child, SIGKILL);
   EXPECT_TRUE(support::eventually([&] { return !monitor.waitProcess(-1) && ::kill(child, 0) == -1; }));
   EXPECT_TRUE(log.eventuallyContains("[ProcessMonitor]An error occurred while waiting for the process to exit: "));

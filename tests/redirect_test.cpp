@@ -22,9 +22,9 @@ using support::openDescriptors;
 
 const std::string kLine = "Redirecting stdout/stderr to pipes:#\n";
 
-// A redirector that is open, and what it has delivered.
-struct Host : oxu::OutputRedirector, support::SharedText {
-  Host() {
+// A redirector after open, and what it has delivered.
+struct Opened : oxu::OutputRedirector, support::SharedText {
+  Opened() {
     m_output_callback = [this](const std::string& chunk) {
       chunkSizes.push_back(chunk.size());
       append(chunk);
@@ -39,7 +39,7 @@ struct Host : oxu::OutputRedirector, support::SharedText {
 
 // The line that open prints waits in the buffer of stdout, so it arrives first. The host closes its output when it has
 // printed, so the loop meets the end of the pipe.
-TEST(OutputRedirector, DeliversWhatIsPrintedInOrderAndInChunks) {
+TEST(OutputRedirector, DeliversInOrderAndInChunksUntilAReadFailsOrForwardingIsOver) {
   const struct {
     const char* what;
     std::size_t printed;
@@ -61,21 +61,21 @@ TEST(OutputRedirector, DeliversWhatIsPrintedInOrderAndInChunks) {
     support::inChild([&row] {
       std::setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
       const Fault fault(row.call, row.error, row.times);
-      Host host;
-      host.m_forwarding = row.forwarding;
-      if (!row.hasCallback) host.m_output_callback = nullptr;
-      const std::string text = support::filled(kLine, {host.readFd()}) + "print, error, write";
+      Opened redirector;
+      redirector.m_forwarding = row.forwarding;
+      if (!row.hasCallback) redirector.m_output_callback = nullptr;
+      const std::string text = support::filled(kLine, {redirector.readFd()}) + "print, error, write";
       const std::string rest(row.printed - text.size(), '.');
       std::printf("print, ");
       std::fflush(stdout);
       ::dprintf(STDERR_FILENO, "error, ");
       ::dprintf(STDOUT_FILENO, "write%s", rest.c_str());
       ::close_range(STDOUT_FILENO, STDERR_FILENO, 0);
-      host.forward();
-      EXPECT_EQ(host.chunkSizes, row.chunks);
-      EXPECT_EQ(host.get(), row.chunks.empty() ? "" : text + rest);
+      redirector.forward();
+      EXPECT_EQ(redirector.chunkSizes, row.chunks);
+      EXPECT_EQ(redirector.get(), row.chunks.empty() ? "" : text + rest);
       int unread = 0;
-      EXPECT_EQ(::ioctl(host.readFd(), FIONREAD, &unread), 0);
+      EXPECT_EQ(::ioctl(redirector.readFd(), FIONREAD, &unread), 0);
       EXPECT_EQ(unread, row.unread);
     });
   }
@@ -94,23 +94,23 @@ TEST(OutputRedirector, LeavesTheHostsOutputAsItWasWhenItFails) {
       {kDup2, STDERR_FILENO, STDOUT_FILENO, ""},
   };
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.terminal);
+    SCOPED_TRACE(&row - rows);
     const support::DescriptorCapture output(STDOUT_FILENO), error(STDERR_FILENO);
-    const int next = ::dup(STDERR_FILENO);
-    ::close(next);
+    const int readEnd = ::dup(STDERR_FILENO);
+    ::close(readEnd);
     support::inChild([&row] {
       std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
       ::close(row.closed);
       const auto before = openDescriptors();
       const Fault fault(row.call, EIO, 1, row.argument);
-      const Host host;
-      EXPECT_FALSE(host.isRedirected());
-      EXPECT_EQ(host.readFd(), -1);
+      const Opened redirector;
+      EXPECT_FALSE(redirector.isRedirected());
+      EXPECT_EQ(redirector.readFd(), -1);
       EXPECT_EQ(openDescriptors(), before);
       const bool isPrinted = std::puts("out") >= 0 && std::fflush(stdout) == 0;
       EXPECT_EQ(isPrinted, row.closed != STDOUT_FILENO);
     });
-    EXPECT_EQ(error.text() + output.text(), support::filled(row.terminal, {next}));
+    EXPECT_EQ(error.text() + output.text(), support::filled(row.terminal, {readEnd}));
   }
 }
 
@@ -122,32 +122,32 @@ TEST(OutputRedirector, WorksWithoutStandardDescriptorsAndHidesItsOwnFromCommands
       ::close(readEnd);
       std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
       std::for_each(closed.begin(), closed.end(), ::close);
-      Host host;
-      EXPECT_GT(host.readFd(), STDERR_FILENO);
+      Opened redirector;
+      EXPECT_GT(redirector.readFd(), STDERR_FILENO);
       for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) EXPECT_EQ(::fcntl(fd, F_GETFL), O_WRONLY | O_NONBLOCK);
-      std::thread forwarder(&Host::forward, &host);
-      const std::string command = "[ ! -e /dev/fd/# ] && echo launched && echo error >&2 && echo end";
-      EXPECT_EQ(::system(support::filled(command, {host.readFd()}).c_str()), 0);
-      EXPECT_TRUE(host.eventuallyContains("end\n"));
-      host.m_forwarding = false;
+      std::thread forwarder(&Opened::forward, &redirector);
+      const std::string command = "[ ! -e /dev/fd/# ] && echo error >&2 && echo end";
+      EXPECT_EQ(::system(support::filled(command, {redirector.readFd()}).c_str()), 0);
+      EXPECT_TRUE(redirector.eventuallyContains("end\n"));
+      redirector.m_forwarding = false;
       EXPECT_EQ(::dprintf(STDERR_FILENO, "last"), 4);
       forwarder.join();
     });
   }
 }
 
-TEST(OutputRedirector, SecondOpenReplacesTheFirstAndAFailedOneLeavesItsPipeAReader) {
+TEST(OutputRedirector, SecondOpenReplacesTheFirstAndAFailedThirdKeepsTheReader) {
   support::inChild([] {
-    Host host;
-    const int first = host.readFd();
+    Opened redirector;
+    const int first = redirector.readFd();
     const auto before = openDescriptors();
-    host.open();
-    EXPECT_NE(host.readFd(), first);
+    redirector.open();
+    EXPECT_NE(redirector.readFd(), first);
     EXPECT_EQ(::fcntl(first, F_GETFD), -1);
     EXPECT_EQ(openDescriptors(), before);
     const Fault fault(kDup2, EIO, 1, STDERR_FILENO);
-    host.open();
-    EXPECT_EQ(host.readFd(), -1);
+    redirector.open();
+    EXPECT_EQ(redirector.readFd(), -1);
     EXPECT_EQ(openDescriptors(), before);
     EXPECT_EQ(::dprintf(STDOUT_FILENO, "read"), 4);
   });

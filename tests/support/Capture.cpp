@@ -16,6 +16,9 @@
 extern "C" const char* __asan_default_options() { return "allocator_may_return_null=1"; }
 extern "C" const char* __tsan_default_options() { return "allocator_may_return_null=1"; }
 
+// On a terminal, too, launches announce nothing.
+[[maybe_unused]] static const int kFullyBuffered = std::setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
+
 namespace support {
 
 bool eventually(const std::function<bool()>& condition) {

@@ -27,7 +27,7 @@ inline unsigned short portOf(CSocket& socket) {
   return port;
 }
 
-// The frame as ProtocolToString packs it.
+// The frame as ProtocolToString packs it; its length leaves out the 4 bytes of the length field.
 inline std::string packed(const oxu::Frame& frame) {
   char* data = nullptr;
   int length = 0;
@@ -36,7 +36,7 @@ inline std::string packed(const oxu::Frame& frame) {
   return {data, static_cast<std::size_t>(length) + 4};
 }
 
-// A listener, a bound socket that does not listen, and a client with its accepted connection.
+// A listener, a bound socket that does not listen, a client and, once accepted, the server's end of its connection.
 class Link {
  public:
   explicit Link(int backlog = 4) {
@@ -50,7 +50,6 @@ class Link {
   }
 
   unsigned short port() { return portOf(listener); }
-  int handle() const { return client.handle(); }
 
   void connect() {
     EXPECT_TRUE(client.connect(kLoopback, port()));
@@ -65,14 +64,22 @@ class Link {
     server = -1;
   }
   void resetByServer() {
-    const linger abort{1, 0};
-    ::setsockopt(server, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
+    resetWhenClosed(server);
     closeServer();
+  }
+  void resetByClient() {
+    resetWhenClosed(client.handle());
+    client.close();
   }
   void sendToClient() { EXPECT_EQ(::write(server, "bytes", 5), 5); }
   void sendToServer() { EXPECT_EQ(client.send("x", 1, 0), 1); }
   void endClientsStream() { ::shutdown(client.handle(), SHUT_WR); }
   void connectToClosedPort() { client.connect(kLoopback, portOf(notListening)); }
+
+  static void resetWhenClosed(int fd) {
+    const linger abort{1, 0};
+    ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
+  }
 
   int server = -1;
   CSocket listener, notListening, client;
