@@ -2,7 +2,7 @@
  * The C functions of libOxuTool: the console logger, the caller's process id and, under C++, the frames of the log
  * service.
  *
- * The logger prints on standard output, from one thread of its own, one line per record:
+ * The logger prints on standard output, from one thread of its own, each record in a line:
  *
  *     TAG [YYYY-MM-DD hh:mm:ss.mmm]  MESSAGE
  *
@@ -23,14 +23,14 @@
  *
  * Threads:
  * - install_log_task and uninstall_log_task are called from one thread, while no other thread is in a logger function.
- *   The threads of StartProcess and ProcessMonitor objects log, so such objects end before the logger does.
- * - The other logger functions may be called from any thread while the logger is installed. They take no lock.
+ *   The threads of StartProcess and ProcessMonitor objects log, so no such object exists during either call.
+ * - The other logger functions may be called from any thread. They take no lock.
  * - None may be called from a signal handler.
- * - The logger's thread blocks all signals but those of its own faults.
+ * - The logger's thread blocks all signals but those that its own faults raise.
  * - The logger's thread reads TZ up to once per second. A host that changes its environment while the logger is
  *   installed races with that, as with any other reader.
- * - A forked child has no printing thread, and none of its parent's producers. It calls none of push_log,
- *   push_log_wait and flush_log: each of them might wait for ever.
+ * - A forked child has no printing thread, and a record that another thread was queuing stays unfinished. It calls
+ *   none of push_log, push_log_wait, flush_log and uninstall_log_task: they might wait for ever.
  */
 #ifndef OXU_CAPI_H
 #define OXU_CAPI_H
@@ -45,12 +45,13 @@ extern "C" {
 #include <stdbool.h>
 #endif
 
-/** Starts the logger and its thread, with level 2 (INFO) and with colours. */
+/** Starts the logger and its thread, with level 2 (INFO) and with colours. Without a thread, nothing is printed. */
 OXU_EXPORT void install_log_task(void);
 
 /**
- * Stops the logger. Returns once the record that is being printed is out, however long the console blocks. Discards
- * the records that still wait: a host that ends calls flush_log first.
+ * Stops the logger. Returns once the record that is being printed is out, however long the console blocks; one that
+ * does not block and has no room loses it. Discards the records that still wait: a host calls flush_log before it
+ * exits.
  */
 OXU_EXPORT void uninstall_log_task(void);
 
@@ -60,7 +61,7 @@ OXU_EXPORT void uninstall_log_task(void);
  */
 OXU_EXPORT void set_log_level(int level);
 
-/** The stored level; 2 (INFO) while no logger is installed. */
+/** The stored level. */
 OXU_EXPORT int get_log_level(void);
 
 /**
@@ -88,8 +89,8 @@ OXU_EXPORT bool push_log_wait(int milliseconds, int level, const char* format, .
  * Waits until every record that was accepted before the call has been printed and flushed, and returns true then. A
  * record that could not be written counts as printed.
  *
- * Returns false when `milliseconds` are over. 0 only looks; a negative number waits without a limit, even for a console
- * that stands still, so a host that ends uses a finite time.
+ * Returns false when `milliseconds` are over. 0 only looks; a negative number waits without a limit, even for a stalled
+ * console, so before it exits a host uses a finite time.
  */
 OXU_EXPORT bool flush_log(int milliseconds);
 
@@ -100,8 +101,8 @@ OXU_EXPORT bool flush_log(int milliseconds);
 OXU_EXPORT unsigned long long get_refused_log_count(void);
 
 /**
- * With false, lines have no escape sequences: TAG [time]  MESSAGE. That suits a standard output that is no terminal,
- * such as a service manager's journal. Affects the records that are printed after the call, each line as a whole.
+ * With false, lines have no escape sequences. That suits a standard output that is no terminal, such as a service
+ * manager's journal. Affects the records that are printed after the call, each line as a whole.
  */
 OXU_EXPORT void set_log_colors(bool on);
 

@@ -1,4 +1,4 @@
-/// Takes a byte stream apart into the frames that ProtocolToString packs, wherever the stream is split.
+/// Takes a byte stream apart into the frames that ProtocolToString (oxu/CApi.h) packs.
 ///
 ///     oxu::FrameReader reader;  // one per connection
 ///     const bool isSound = reader.add(data, size);
@@ -53,13 +53,13 @@ class OXU_EXPORT FrameReader {
   /// Whole frames in front of the break are kept for next.
   bool add(const char* data, std::size_t size);
 
-  /// Gives the next whole frame, in the order of the stream. False when there is none; `frame` is left as it was then.
+  /// Gives the next whole frame, in the order of the stream. False when there is none; `frame` is then left as it was.
   bool next(Frame& frame);
 
   /// True once an add has broken the stream, even while next still has frames to give.
   bool isBroken() const { return m_isBroken; }
 
-  /// The number of bytes behind the last whole frame. At the end of a stream they are what has arrived of a frame that
+  /// The number of bytes after the last whole frame. At the end of a stream they are what has arrived of a frame that
   /// was cut off.
   std::size_t unfinishedBytes() const { return m_bytes.size() - m_wholeEnd; }
 

@@ -43,28 +43,27 @@ class OXU_EXPORT IniFile {
   /// True when the section exists and holds the key, with or without a value.
   bool has(const std::string& section, const std::string& key);
 
-  /// The names of all sections, with or without keys, in the order of their bytes. So the empty name, where its section
-  /// exists, comes first.
+  /// The names of all sections. The empty name, where its section exists, comes first.
   std::vector<std::string> sections() const;
 
   /// The keys and values of a section, to be read or changed; a missing section is created empty. The reference is
-  /// valid until the next load or the end of the object.
+  /// valid until the object is loaded, assigned or destroyed.
   std::map<std::string, std::string>& operator[](const std::string& section);
 
   /// The value of a key. This and each getter below return the default where the section or the key is missing, and
   /// create neither. The value of a key that is present is always converted, whatever its text. errno stays as it was.
   std::string getString(const std::string& section, const std::string& key, const std::string& defaultValue);
 
-  /// The decimal number at the start of the text, as strtol reads it; 0 when there is none. Of a number beyond 32 bits
-  /// the low 32 bits are returned: 4294967297 gives 1. A number beyond 64 bits is taken for the nearest 64-bit number
-  /// first, and so gives -1 or 0.
+  /// The decimal number at the start of the text, as strtol reads it; 0 when there is none. Of a number that an int
+  /// cannot hold the low 32 bits are returned: 4294967297 gives 1. A number beyond 64 bits is taken for the nearest
+  /// 64-bit number first, and so gives -1 or 0.
   int getInt(const std::string& section, const std::string& key, int defaultValue);
 
   /// The number at the start of the text, as strtod reads it in the current locale; 0.0 when there is none, an infinity
   /// beyond the range.
   double getDouble(const std::string& section, const std::string& key, double defaultValue);
 
-  /// True for "1", and for "true" in upper or lower case; false for every other text.
+  /// True for "1", and for "true" in any mix of upper and lower case; false for every other text.
   bool getBool(const std::string& section, const std::string& key, bool defaultValue);
 
   /// The table as text: for each section a line [name], a line key=value for each key, and an empty line. Loading that

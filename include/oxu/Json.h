@@ -3,12 +3,12 @@
 /// A value owns what it holds: copies are deep, nothing is shared. Nesting may be of any depth; whatever it is, no
 /// operation needs more than some 64 KiB of stack.
 ///
-/// Errors, a null const char* among them, are std::logic_error with the message given beside the operation, the value
-/// unchanged. std::bad_alloc passes to the caller; a Null may have become an empty array or object by then.
+/// Errors are std::logic_error with the message given beside the operation (the standard library's for a null const
+/// char*), the value unchanged. std::bad_alloc passes to the caller; a Null may be an empty array or object by then.
 ///
-/// A reference from operator[], get or append is valid until the array that holds the element changes its size, the
-/// member is removed, or the value is assigned or cleared. So `a[a.size()] = a[0]` reads an element that is gone;
-/// `a.append(a[0])` does not.
+/// A reference from operator[] or get is valid until the array that holds the element changes its size, the member is
+/// removed, or the value, or one around it, is assigned or cleared. So `a[a.size()] = a[0]` reads an element that is
+/// gone; `a.append(a[0])` does not.
 ///
 /// Threads: const operations may run at the same time on a value that no thread changes. The others need the value for
 /// themselves, operator[] of a value that is not const among them.
@@ -60,7 +60,7 @@ class OXU_EXPORT Json {
   operator std::string();
   operator std::string() const;
 
-  /// Of elements or members. Else "function Json::size value type error", or "... empty ...", but Null is empty.
+  /// The number of elements or members. Else "function Json::size value type error", "... empty ..."; a Null is empty.
   int size() const;
   bool empty() const;
 
@@ -89,7 +89,7 @@ class OXU_EXPORT Json {
   /// The null value that lookups return when they find nothing. Callers do not modify it.
   static const Json& null();
 
-  /// The element, after Null elements were added up to it where it is missing; Null becomes an array.
+  /// The element; where it is missing, Null elements are added up to it. Null becomes an array.
   /// "function Json::operator [int] requires array value", "function Json::operator [int] index less 0" (a Null is
   /// an array by then).
   Json& operator[](int index);
@@ -103,7 +103,7 @@ class OXU_EXPORT Json {
   /// "function Json::append requires array value".
   Json& append(const Json& value);
 
-  /// The element or member, or null() where it is missing.
+  /// The element or member, or null() where it is missing. For any other kind, a Null included:
   /// "function Json::get [int] requires array value", "function Json::get [const std::string &] requires object value".
   const Json& get(int index) const;
   const Json& get(const std::string& key) const;
@@ -117,12 +117,12 @@ class OXU_EXPORT Json {
   bool has(const std::string& key);
   bool has(const char* key);
 
-  /// Whether there was such an element or member, and it was removed.
+  /// Removes the element (those after it move up) or the member. False where there is none.
   bool remove(int index);
   bool remove(const std::string& key);
   bool remove(const char* key);
 
-  /// Equal are scalars of the same kind and value, and two Nulls. Arrays and objects never are, not even to
+  /// Scalars of the same kind and value are equal, and so are two Nulls. Arrays and objects never are, not even to
   /// themselves. To compare kinds, compare type().
   bool operator==(const Json& other);
   bool operator==(bool value) { return *this == Json(value); }
@@ -143,7 +143,7 @@ class OXU_EXPORT Json {
   bool operator!=(const std::string& value) { return !(*this == value); }
   bool operator!=(Type) = delete;
 
-  /// Compact text: members sorted by key, nothing escaped, doubles with six significant digits (inf and nan too),
+  /// Compact text: members sorted by key, nothing escaped, doubles with six significant digits, or as inf and nan,
   /// numbers as the global locale has them. So not every text is valid JSON.
   std::string toString() const;
 

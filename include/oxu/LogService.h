@@ -11,8 +11,8 @@
 /// A connection that has ended leaves a small record behind until stopServer. As many connections as the system allows
 /// wait to be accepted, even while no descriptor or memory is free for them.
 ///
-/// The server prints what it does, as lines that begin with "[LogServiceServer]". A line that cannot be written is
-/// dropped.
+/// The server prints what it does, as lines that begin with "[LogServiceServer]": accepted connections on standard
+/// output, all else on standard error. A line that cannot be written is dropped.
 ///
 /// There is no authentication and no encryption: listen on a loopback address or in a trusted network.
 #ifndef OXU_LOGSERVICE_H
@@ -43,13 +43,12 @@ class OXU_EXPORT LogService {
   /// number.
   ///
   /// There is no result: after a failure, port() is 0, and "[LogServiceServer]system socket(%s:%d) init failed!\n" is
-  /// on standard error. For an address in use, "Bind failed, error code: %d\n" is on standard output before that. Where
-  /// another server takes the port at the same moment, only port() tells of the failure.
-  ///
-  /// A server that already listens goes on; the call only prints the init-failed line.
+  /// on standard error. Where the bind fails, "Bind failed, error code: %d\n" is on standard output before that. Where
+  /// another server takes the port at the same moment, only port() tells of the failure, and stopServer must come
+  /// before the next start.
   void startServer(const std::string& ip, short port);
 
-  /// Ends and joins every thread and closes the listening socket. Takes about a second, and longer where a callback
+  /// Ends and joins every thread and closes every socket. Takes up to about a second, and longer where a callback
   /// still runs, or where standard output or error takes no lines. Bytes that no thread has received yet are lost.
   void stopServer();
 
@@ -72,7 +71,7 @@ class OXU_EXPORT LogService {
   /// - that thread serves no other connection, so a thread_local object belongs to one connection and ends with it.
   std::function<void(const char* data, int length)> m_callback;
 
-  /// Gets each whole frame that a client sends, as ProtocolToString packs it, with the client's address as "IP:PORT".
+  /// Gets each whole frame, unpacked, that a client has packed as ProtocolToString does, and the client's "IP:PORT".
   /// Assigned and called like m_callback. Both may be set: m_callback comes first with each chunk, and gets every byte.
   ///
   /// A connection whose stream breaks (oxu/FrameReader.h says when) is closed after its whole frames have been handed
@@ -81,7 +80,7 @@ class OXU_EXPORT LogService {
   std::function<void(const std::string& peer, const oxu::Frame& frame)> m_frameCallback;
 
   /// The size in bytes of the longest frame that m_frameCallback takes, its length field included. Each connection may
-  /// hold that much in memory. Assigned before startServer.
+  /// need about three times as much memory. Assigned before startServer.
   std::size_t m_maxFrameBytes = 1 << 20;
 
  private:

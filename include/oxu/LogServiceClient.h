@@ -3,8 +3,8 @@
 /// | state     | reached by                  | connect                | send     | close           |
 /// |-----------|-----------------------------|------------------------|----------|-----------------|
 /// | created   | construction                | 0, or -2               | -4       | true            |
-/// | connected | connect returned 0          | the connection stays   | as below | true            |
-/// | failed    | connect or send was below 0 | a new client is needed | as below | true            |
+/// | connected | connect returned 0          | 0 or -2, it stays      | as below | true            |
+/// | failed    | connect or send failed      | a new client is needed | as below | true            |
 /// | closed    | close                       | -2                     | -4       | true, no effect |
 ///
 /// Threads: a client is used by one thread at a time.
@@ -39,20 +39,20 @@ class OXU_EXPORT LogServiceClient {
   /// - "[LogServiceClient]Socket(%s:%d) connection failed  \n": it was refused later, nothing answered, or the
   ///   system connected the client to itself, as it may where no server listens on a port of the ephemeral range.
   ///
-  /// After a -2 a new client is needed.
+  /// After a -2 a new client is needed, unless this one was connected.
   int connect(const std::string& ip, int port);
 
-  /// Sends all of the bytes, and waits up to 1 second for room before each piece. Returns `length` when the system has
-  /// taken all of them; the peer may not have received them yet. Of no bytes it returns 0, in any state. Otherwise it
-  /// returns, after printing:
+  /// Sends all of the bytes, in pieces as room allows, and waits up to 1 second before each. Returns `length` when the
+  /// system has taken all of them; the peer may not have received them yet. For a `length` of 0 it returns 0, in any
+  /// state. Otherwise it returns, after printing:
   /// - -4 "[LogServiceClient]Socket not ready to write.\n": the send buffer was full for a second, or there is no
   ///   connection;
   /// - -4 "[LogServiceClient]Socket link broken.\n": the connection was reset;
   /// - -3 "[LogServiceClient]Failed to send data. ret = %d\n": a piece failed, or none of it was sent; `ret` is the
   ///   result of that piece. Also for a `length` above 2147483647 (ret = -1), of which nothing is sent.
   ///
-  /// After a failure an unknown number of the bytes has been sent, so the peer cannot tell where the next message
-  /// begins: use a new client.
+  /// After any other failure an unknown number of the bytes has been sent, so the peer cannot tell where the next
+  /// message begins: use a new client.
   int send(const char* data, unsigned long length);
 
   /// Closes the connection, as the destructor does. The client cannot be connected again. True.

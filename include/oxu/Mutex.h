@@ -1,4 +1,4 @@
-/// A recursive mutex that std::lock_guard and its kin accept.
+/// A recursive mutex that std::lock_guard accepts. It has no try_lock.
 #ifndef OXU_MUTEX_H
 #define OXU_MUTEX_H
 

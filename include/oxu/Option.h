@@ -49,13 +49,13 @@ class OXU_EXPORT Option {
   /// unless it is the first.
   ///
   /// Throws std::runtime_error at the first argument that breaks the rules of the table above. The arguments before
-  /// that one are recorded; those behind it are not looked at.
+  /// that one are recorded; those after it are not looked at.
   ///
   /// - "Option --NAME is not defined.": the name is not registered, with or without "=VALUE"
   /// - "Option --NAME does not accept a value.": a flag with "="
   /// - "Option --NAME requires a value.": nothing after "=", or no argument after a RequiredValue option
   /// - "Option -N is not defined.": the first byte after the dash is not registered
-  /// - "Option -N requires a value.": a RequiredValue option with text directly behind its name, with no argument
+  /// - "Option -N requires a value.": a RequiredValue option with text directly after its name, with no argument
   ///   after it, or with one that begins with a dash
   ///
   /// Throws std::out_of_range at an empty argument, unless that is the value of the option before it.
@@ -75,7 +75,8 @@ class OXU_EXPORT Option {
   /// when the option is not registered, when it was not given, or when its last occurrence had no value.
   bool getOptionValue(const std::string& name, std::string& value) const;
 
-  /// The value that getOptionValue finds. Without one: "", and the line "Option NAME not found" on stdout.
+  /// The value that getOptionValue finds. Without one: "", and the line "Option NAME not found" on standard output,
+  /// from the getters below too.
   std::string getString(const std::string& name) const;
 
   /// The number at the start of getString's text, as std::stoi reads it; 0 for an empty text. Throws
@@ -90,7 +91,7 @@ class OXU_EXPORT Option {
   /// True when getString's text is exactly "true" or "1".
   bool getBool(const std::string& name) const;
 
-  /// Writes the list of options to std::cout, ordered by the bytes of their names.
+  /// Writes the list of options to std::cout, each with one dash, ordered by the bytes of their names.
   void printUsage() const;
 
  private:

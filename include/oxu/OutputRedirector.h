@@ -12,7 +12,7 @@
 /// | not redirected | construction, a failed open        | false          | -1       | where it went before          |
 /// | redirected     | a successful open                  | true           | read end | into the pipe, and waits      |
 /// | forwarding     | sendOutToNetwork                   | true           | read end | to the callback               |
-/// | cut off        | a later open, failed redirection   | true           | -1       | into the earlier pipe, unread |
+/// | cut off        | a later open that fails            | true           | -1       | into the earlier pipe, unread |
 ///
 /// Threads:
 /// - open and redirectStdoutToPipe are called by one thread, while no sendOutToNetwork runs. No other thread launches a
@@ -26,10 +26,10 @@
 ///   next thing that the host prints would raise SIGPIPE.
 /// - What the callback itself prints comes back to the callback, without end.
 /// - A write never waits for the reader. Once the pipe is full (usually at 64 KiB), a write fails with EAGAIN and stdio
-///   loses the text. So do commands that the host launches with its own standard output.
+///   loses the text. The same holds for commands that the host launches with its own standard output.
 /// - A chunk may end inside a line or a character. Text that stdio holds back arrives when stdio flushes it.
-/// - m_forwarding is looked at behind each read only. Where it is false, from the start or later, one more chunk is
-///   read, and dropped.
+/// - m_forwarding is looked at only after each read. So a host that sets it to false also prints something: that chunk
+///   ends the thread, and is dropped.
 #ifndef OXU_OUTPUTREDIRECTOR_H
 #define OXU_OUTPUTREDIRECTOR_H
 
@@ -43,9 +43,8 @@ namespace oxu {
 
 class OXU_EXPORT OutputRedirector {
  public:
-  /// Makes the pipe and redirects standard output and standard error into it. After a success isRedirected() is true
-  /// and readFd() is not -1. A second successful call closes the read end of the first; what was not read from there is
-  /// lost.
+  /// Makes the pipe and redirects standard output and standard error into it. A second successful call closes the read
+  /// end of the first; what was not read from there is lost.
   ///
   /// Prints "Redirecting stdout/stderr to pipes:N", where N is the read end, before it redirects. A fully buffered
   /// standard output delivers that line into the pipe.
@@ -54,12 +53,12 @@ class OXU_EXPORT OutputRedirector {
   /// redirection goes on. For any other failure see redirectStdoutToPipe.
   void open();
 
-  /// Makes standard output and standard error copies of `fd`, which stays the caller's, and sets them non-blocking.
-  /// The other status flags of the file are cleared.
+  /// Makes standard output and standard error copies of `fd`, which stays the caller's, and sets the file behind
+  /// `fd` non-blocking. Its other status flags are cleared. The caller's `fd` changes as well.
   ///
   /// False when that fails: "Failed to redirect stdout/stderr" has been printed, and both lead where they did before.
-  /// Where standard output had been replaced by then, a line-buffered one has taken this message to `fd`, and one whose
-  /// old place no free descriptor could keep is closed.
+  /// Where only standard error failed, a line-buffered standard output has sent this message to `fd`, and standard
+  /// output is closed if there was no free descriptor to save it in.
   bool redirectStdoutToPipe(int fd);
 
   /// A thread function: hands what arrives in the pipe of `redirector`, an OutputRedirector*, to its callback, in

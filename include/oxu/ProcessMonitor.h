@@ -7,15 +7,17 @@
 /// | the process has gone |                       | removes the entry, then calls its callbacks     |
 /// | ~ProcessMonitor      |                       | drops the entry, without a call                 |
 ///
-/// An entry has an own pid and a watched pid.
+/// An entry has its own pid and a watched pid.
 /// - While both are the same, as at first, the process is a child of the host, and the monitor reaps it. A child that
 ///   is stopped by a signal counts as gone; it is neither reaped nor ended. A pid that is no child of the host stays in
 ///   the table, and each pass of the monitor logs an error.
-/// - Once updateProcess or setPid has made them differ, the watched process may be any, and is looked up in /proc. When
-///   it has gone, the own pid is reaped.
+/// - Once updateProcess or setPid has made them differ, the watched process may be any, and is looked up in /proc,
+///   where a child of the host stays until the host reaps it. When it has gone, the entry's own pid is reaped if it has
+///   ended by the next pass; later ends are not noticed.
 ///
-/// Threads: addProcess and updateProcess may be called from any thread. Quit and exit callbacks run one at a time on
-/// the monitor's thread, at most about 200 milliseconds after the process ended, with the monitor's mutex held.
+/// Threads: all members may be called from any thread. Quit and exit callbacks run one at a time on the monitor's
+/// thread, at most about 200 milliseconds after the process ended and the callbacks before it, with the monitor's mutex
+/// held: addProcess and updateProcess on other threads wait meanwhile.
 /// - A callback may call addProcess and updateProcess, even to register its own name again.
 /// - It must not throw, not destroy the monitor, and not wait for a thread that calls the monitor.
 #ifndef OXU_PROCESSMONITOR_H
@@ -39,8 +41,9 @@ class OXU_EXPORT ProcessInfo {
   /// Both process ids are 0, and there is no callback.
   ProcessInfo();
 
-  /// A child of the host: both process ids are `pid`. The result of the callback is logged; an empty callback counts as
-  /// one that returns 0.
+  /// A child of the host: both process ids are `pid`, which is positive: with 0 or -1 the monitor would reap other
+  /// children. The result of the callback is logged, unless updateProcess has moved the entry; an empty callback counts
+  /// as one that returns 0.
   ProcessInfo(int pid, const std::function<int()>& quitCallback);
 
   ~ProcessInfo();
@@ -70,7 +73,7 @@ class OXU_EXPORT ProcessInfo {
 
 class OXU_EXPORT ProcessMonitor {
  public:
-  /// Starts the monitor's thread.
+  /// Starts the monitor's thread. Where that fails, nothing is watched.
   ProcessMonitor();
 
   /// Waits for the thread. The thread ends its current pass, with the callbacks that are still due in it, and takes at
@@ -85,6 +88,7 @@ class OXU_EXPORT ProcessMonitor {
   void updateProcess(const std::string& name, const ProcessInfo& info);
 
   /// True when the child has stopped, or has ended and was reaped by this call. Never waits. Failures are logged.
+  /// Not for a child in the table, whose entry would then stay for ever, with an error logged in each pass.
   bool waitProcess(const int& pid);
 
   /// True when the process exists, even as a zombie, and when that cannot be found out.

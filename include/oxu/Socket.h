@@ -8,12 +8,12 @@
 /// Every handle that is taken over becomes non-blocking, and gets send and receive time-outs of 500 ms, 8192-byte
 /// buffers and address reuse. Handles that are made here are close-on-exec.
 ///
-/// Addresses are texts like "127.0.0.1". A text that is no IPv4 address, such as a host name or the empty text, stands
-/// for any address (0.0.0.0).
+/// Addresses are texts like "127.0.0.1". A text that is no IPv4 address, such as a host name or the empty text, and
+/// "255.255.255.255" stand for any address (0.0.0.0).
 ///
 /// Ownership: an object made by `new` has one reference; the last releaseRef closes the handle and deletes the object.
-/// Any other owner (of a member, of a smart pointer) closes the object before its end: the destructor leaves the handle
-/// open.
+/// An object held otherwise (as a member, by a smart pointer) is closed before its end: the destructor leaves the
+/// handle open.
 ///
 /// Threads: addRef and releaseRef may be called from any thread. Everything else is used by one thread at a time.
 ///
@@ -61,12 +61,12 @@ class OXU_EXPORT ISocket : public IBase {
   /// Closes the handle, if any. Always true.
   virtual bool close() = 0;
 
-  /// False when it fails, after printing the line of initSocket.
+  /// False when they fail. A failed bind prints the line of initSocket.
   virtual bool bind(const std::string& ip, unsigned short port) = 0;
-
   virtual bool listen(int backlog) = 0;
 
-  /// Begins to connect. True when the connection is established or under way; false when it failed at once.
+  /// Begins to connect. True when the connection is established or under way (poll(2) on CSocket::handle() and SO_ERROR
+  /// tell which); false when it failed at once.
   virtual bool connect(const std::string& ip, unsigned short port) = 0;
 
   /// Takes a pending connection into `client`, an empty socket of the caller, and stores the peer's address. False
@@ -76,8 +76,8 @@ class OXU_EXPORT ISocket : public IBase {
   virtual bool accept(ISocket*& client, std::string& ip, unsigned short& port, RT_MODE mode) = 0;
 
   /// The next four return the number of bytes that were sent or received; 0 from a receive is the end of the stream.
-  /// They return -1 for a failure, and with EAGAIN where there is nothing to receive or no room at the moment. A signal
-  /// does not interrupt them. receiveFrom stores the sender's address, unless it returns -1.
+  /// They return -1 for a failure, with the reason in errno: EAGAIN where there is nothing to receive, or no room, at
+  /// the moment. A signal does not interrupt them. receiveFrom stores the sender's address, unless it returns -1.
   virtual int send(const void* data, int length, int flags) = 0;
   virtual int receive(void* data, int length, int flags) = 0;
   virtual int sendTo(const void* data, int length, const std::string& ip, unsigned short port, int flags) = 0;
@@ -150,7 +150,7 @@ class OXU_EXPORT CSocket : public ISocketStub {
   /// Runs when a handle has been attached and configured. Does nothing unless a derived class overrides it.
   virtual void onSocketAttach();
 
-  /// The same, right before the handle, if any, is given up.
+  /// Runs right before the handle, if any, is given up. Does nothing unless a derived class overrides it.
   virtual void onSocketDetach();
 
  private:

@@ -11,7 +11,8 @@
 /// - Each launching object has a reader thread, which calls the output callback, one chunk at a time. The callback must
 ///   not throw, and must not destroy the object.
 /// - pid and isRunning may be called from any thread, the callback included.
-/// - Launching constructions and kill share the password: only one thread at a time is in one of them.
+/// - Only one thread at a time launches (construction, addProcess) or kills: the password is shared, and a command
+///   might inherit the pipe that another launch is making.
 /// - A launch reads the host's environment, which no thread changes meanwhile.
 ///
 /// A launch costs the same in a host of any size. The launching thread waits until the shell has been executed; the
@@ -49,27 +50,30 @@ class OXU_EXPORT StartProcess {
   ///   entered, the command runs in the host's directory.
   /// - envNames: comma-separated names of the host's environment variables to export in front of the command. The shell
   ///   sees the values unquoted, and interprets them. A name that is not set is exported empty.
-  /// - command: may hold several commands separated by ';'. $SU_PASSWD$ in it stands for the password, unless the
-  ///   command is run with sudo.
+  /// - command: may hold several commands separated by ';'. $SU_PASSWD$ in it stands for the password, unless
+  ///   it is between single quotes or the command is run with sudo.
   /// - password: for sudo. The child gets it as the environment variable __SU_PASSWD__, never on the command line. The
   ///   library keeps it for later kills.
-  /// - outputCallback: gets each chunk of bytes as read, on the reader thread. Empty: output is discarded.
+  /// - outputCallback: gets each chunk of bytes as read, on the reader thread. Empty: output is discarded. Where the
+  ///   host's stdout is line-buffered or unbuffered, the first lines are each export with its value, the cd and the
+  ///   command.
   /// - bufferSize: the largest chunk, in bytes. With 0 the capture ends at the first output, and logs a message.
   /// - needRoot: true runs each of the commands with sudo, unless the host is root. The command is split at each ';'
   ///   for that, even inside quotes.
-  /// - blockingOutput: true makes a command that outruns the callback wait, so that it loses nothing, through sudo as
-  ///   well. Where the capture has ended early (a bufferSize of 0, a read error), the command waits until the object's
-  ///   end.
+  /// - blockingOutput: true makes a command that outruns the callback wait, so that it loses nothing, even when run
+  ///   with sudo. Where the capture has ended early (a bufferSize of 0, a read error), the command waits until the
+  ///   object's end.
   ///
   /// There is no result. Where no child could be made, isRunning() is false, and standard error has "pipe failed: ..."
   /// (then "prepatePipe failed" is on standard output as well) or "fork failed: ...". A shell that cannot be executed
-  /// is a child that prints "execvp failed: ...". Text that waits in the host's stdout buffer stays there.
+  /// is a child that prints "execvp failed: ...". Where the reader thread cannot be started, nothing is captured. Text
+  /// that waits in the host's stdout buffer stays there.
   StartProcess(const std::string& workDir, const std::string& envNames, const std::string& command,
                const std::string& password, std::function<void(const std::string&)> outputCallback,
                unsigned long bufferSize, bool needRoot, bool blockingOutput = false);
 
-  /// Stops the reader thread, which may deliver "Stop Process!\n" as its last chunk, and closes the pipe. Output that
-  /// was not read yet is discarded. Returns at the latest 1 second after a running callback has returned.
+  /// Stops the reader thread, which may deliver "Stop Process!\n" at the end of its last chunk, and closes the pipe.
+  /// Output that was not read yet is discarded. Returns at the latest 1 second after a running callback has returned.
   ///
   /// The child goes on. Its next write, or a write that waits for room, raises SIGPIPE in it.
   ~StartProcess();
@@ -78,7 +82,8 @@ class OXU_EXPORT StartProcess {
   StartProcess& operator=(const StartProcess&) = delete;
 
   /// Launches a further child, into the pipe that the launching constructor made. Returns the child's process id. Where
-  /// no child could be made, returns -1 and closes the pipe, which ends the capture.
+  /// no child could be made, returns -1 and closes the pipe, which ends the capture. Not for an object without a pipe:
+  /// its child prints "dup2 failed: ..." and ends.
   int addProcess(const std::string& workDir, const std::string& envNames, const std::string& command,
                  const std::string& password, bool needRoot);
 
@@ -107,7 +112,8 @@ class OXU_EXPORT StartProcess {
   /// - A process that has left the group, as `setsid` makes it do, survives.
   static bool kill(int pid);
 
-  /// The same for all of `pids` with one shell. Unknown ones are logged and skipped. False for an empty list. Where the
+  /// The same for all of `pids` with one shell. Unknown ones are logged and skipped, even all of them. False for an
+  /// empty list. Where the
   /// caller is not root, sudo runs the kill of the first group only.
   static bool kill(const std::vector<int>& pids);
 
