@@ -73,7 +73,6 @@ TEST(IniFile, LookupsCreateNothingAndTheIndexOperatorDoes) {
     EXPECT_FALSE(ini.getBool(section, "k", false));
   }
   EXPECT_FALSE(ini.has("none"));
-  EXPECT_FALSE(ini.has("Other"));
   EXPECT_TRUE(ini.has("other"));
   const IniFile copy = ini;
   ini["other"] = {{"a", " # "}, {"", ""}};

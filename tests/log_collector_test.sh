@@ -17,14 +17,15 @@ fail() {
   faults=$((faults + 1))
 }
 
-# expect WHAT FILE TEXT: the file must contain the text, within a time that only a hanging program needs.
+# expect WHAT FILE TEXT [LINES]: so many lines of the file must contain the text, within a time that only a hanging
+# program needs.
 expect() {
-  local what=$1 file=$2 text=$3 tries
+  local what=$1 file=$2 text=$3 lines=${4:-1} tries
   for ((tries = 0; tries < 600; ++tries)); do
-    grep -qsF -- "$text" "$file" && return
+    [[ $(grep -csF -- "$text" "$file") -ge $lines ]] && return
     sleep 0.05
   done
-  fail "$what: no '$text' in:"
+  fail "$what: no $lines times '$text' in:"
   cat "$file"
 }
 
@@ -46,14 +47,7 @@ stop_collector() {
 }
 
 # closed_connections COUNT: waits until so many have ended.
-closed_connections() {
-  local tries
-  for ((tries = 0; tries < 600; ++tries)); do
-    (($(grep -c 'close socket' "$work/collector.err") >= $1)) && return
-    sleep 0.05
-  done
-  fail "connections that should have ended"
-}
+closed_connections() { expect "connections that end" "$work/collector.err" "close socket" "$1"; }
 
 "$collector" >/dev/null 2>&1
 (($? == 2)) || fail "a collector without an address"

@@ -9,14 +9,6 @@
 #include "oxu/FrameReader.h"
 #include "tests/support/Link.h"
 
-namespace oxu {
-
-bool operator==(const Frame& left, const Frame& right) {
-  return left.type == right.type && left.name == right.name && left.body == right.body;
-}
-
-}  // namespace oxu
-
 namespace {
 
 using namespace std::string_literals;
@@ -48,7 +40,6 @@ TEST(Protocol, PacksAFrameUnlessTheNameIsTooLong) {
 
 TEST(FrameReader, KnowsABrokenStreamByTheFirstBytesThatDecide) {
   constexpr std::size_t none = 0;
-  const Frame before{7, "be", "fore"};
   const struct {
     const char* what;
     FrameReader reader;
@@ -63,7 +54,7 @@ TEST(FrameReader, KnowsABrokenStreamByTheFirstBytesThatDecide) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
-    const std::string start = support::packed(before), stream = start + row.frame;
+    const std::string start = support::packed({7, "be", "fore"}), stream = start + row.frame;
     FrameReader reader = row.reader;
     std::size_t added = 0;
     while (added < stream.size() && reader.add(&stream[added], 1)) ++added;
@@ -71,19 +62,18 @@ TEST(FrameReader, KnowsABrokenStreamByTheFirstBytesThatDecide) {
     EXPECT_EQ(added, row.decidingBytes != none ? start.size() + row.decidingBytes - 1 : stream.size());
     Frame frame;
     ASSERT_TRUE(reader.next(frame));
-    EXPECT_EQ(frame, before);
+    EXPECT_EQ(support::packed(frame), start);
   }
 }
 
 // If each byte or frame took longer the more there were, the time limit of the test would end this.
 TEST(FrameReader, WorksInProportionToTheBytes) {
-  const Frame large{1, "large", std::string(4 << 20, 'b')};
-  const std::string bytes = support::packed(large);
+  const std::string bytes = support::packed({1, "large", std::string(4 << 20, 'b')});
   FrameReader reader(bytes.size());
   for (const char& byte : bytes) ASSERT_TRUE(reader.add(&byte, 1));
   Frame frame;
   ASSERT_TRUE(reader.next(frame));
-  EXPECT_EQ(frame, large);
+  EXPECT_TRUE(support::packed(frame) == bytes);
 
   constexpr int kMany = 2000000;
   std::string many;

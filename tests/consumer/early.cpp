@@ -15,7 +15,6 @@ class Early {
     install_log_task();
     m_ini["section"]["key"] = "value";
     m_ini.show();
-    m_options.addOption("name", Option::NoValue, "a flag");
     m_options.printUsage();
     m_json["key"] = 0.5;
     m_service.startServer("127.0.0.1", 0);

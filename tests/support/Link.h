@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "os/os_socket.h"
 #include "os/os_socket_wait.h"
@@ -63,22 +64,17 @@ class Link {
     if (server != -1) ::close(server);
     server = -1;
   }
-  void resetByServer() {
-    resetWhenClosed(server);
-    closeServer();
-  }
-  void resetByClient() {
-    resetWhenClosed(client.handle());
-    client.close();
-  }
+  void resetByServer() { reset(std::exchange(server, -1)); }
+  void resetByClient() { reset(client.dettach()); }
   void sendToClient() { EXPECT_EQ(::write(server, "bytes", 5), 5); }
   void sendToServer() { EXPECT_EQ(client.send("x", 1, 0), 1); }
   void endClientsStream() { ::shutdown(client.handle(), SHUT_WR); }
   void connectToClosedPort() { client.connect(kLoopback, portOf(notListening)); }
 
-  static void resetWhenClosed(int fd) {
+  static void reset(int fd) {
     const linger abort{1, 0};
     ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
+    ::close(fd);
   }
 
   int server = -1;
